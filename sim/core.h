@@ -1,0 +1,119 @@
+// The simulated camera's internal contract. Its pieces:
+//   clock.cpp      the clock (virtual or real), the one lock, the sleep hook
+//   transcript.cpp the record of everything the daemon does
+//   bus.cpp        the parameter bus store, listeners and notification queue
+//   world.cpp ...  head, lens, controllers, camera state, knobs, shell
+//   runner/        the scenario interpreter (virtual time only)
+//   realtime.cpp   threads and socket of the real-time camera
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+
+namespace sim {
+
+// ---- clock and lock (clock.cpp) -------------------------------------------
+
+enum class ClockMode { Real, Virtual };
+
+// Chooses the mode; in virtual mode the clock starts at kVirtualBootNs.
+void clock_init(ClockMode mode);
+bool virtual_mode();
+// Raw monotonic time of the simulated camera, in ns.
+int64_t now_ns();
+// Seconds since the daemon started, for transcript stamps.
+double daemon_seconds();
+// Marks the daemon's start (time 0 of the transcript).
+void mark_daemon_start();
+// Wall-clock seconds (UTC) matching now_ns(): virtual mode counts from the
+// sim.clock knob, real mode is the host's time.
+int64_t wall_seconds();
+void set_wall_start(int64_t epoch_seconds);
+
+constexpr int64_t kVirtualBootNs = 1000LL * 1000000000LL;  // 1000 s of uptime
+constexpr int64_t kWorldStepNs = 10LL * 1000000LL;         // physics step
+
+// The one lock of the simulated camera: every entry point from the daemon,
+// the world thread and the socket takes it. Daemon listeners are never called
+// while it is held.
+std::recursive_mutex& big_lock();
+
+// Virtual mode: advances the clock by ns in steps of at most kWorldStepNs,
+// stepping the world, delivering bus notifications and running the scenario
+// between steps. Real mode: sleeps.
+void sleep_ns(int64_t ns);
+
+// Called between virtual steps (after world and bus); the scenario runner
+// installs it.
+using StepHook = void (*)();
+void set_step_hook(StepHook hook);
+
+// ---- transcript (transcript.cpp) ------------------------------------------
+
+enum class Kind { Out, Set, Ext, Call, Sh, Sim, Log, Exit, Bus, File };
+
+void transcript_open(FILE* sink);  // nullptr: keep in memory only
+void set_verbose(bool verbose);
+bool verbose();
+// Adds one line "TIME KIND TEXT". Safe from any thread.
+void trace(Kind kind, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+// A vendor call: `call` line; getters appear only when verbose.
+void trace_call(bool getter, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+// Console text of the daemon; split into `out` lines at line feeds.
+void console_write(const char* text, size_t len);
+// Lines added so far, and line i without its time ("KIND TEXT").
+size_t transcript_size();
+const char* transcript_line(size_t i);
+// Sends every line to this callback as it is added (the runner's await).
+using LineHook = void (*)(const char* line_without_time);
+void set_line_hook(LineHook hook);
+
+// ---- bus (bus.cpp) --------------------------------------------------------
+
+enum class Origin { Daemon, External, Sim };
+
+constexpr int kValueMax = 127;
+
+// Opens the store: a file path in real time, ":memory:" in virtual time.
+// Returns 0, or -1 with a message on stderr.
+int bus_open(const char* path);
+void bus_close();
+// Stores without notification or trace (scenario set-up, knob defaults).
+int bus_put(const char* key, const char* value);
+// The full write: store, trace (set/ext/sim by origin), tell the world, then
+// notify. Daemon writes notify its listeners on the calling thread; others
+// are queued for bus_deliver_pending. Returns 0, or -1 for a bad key/value.
+int bus_write(Origin origin, const char* key, const char* value);
+// Copies the value; false when the key holds none.
+bool bus_read(const char* key, char* out, size_t len);
+// Calls the daemon's listeners for every queued notification, on this thread.
+void bus_deliver_pending();
+bool bus_has_pending();
+// Every KEY=VALUE under the prefix, list entries in list order.
+using BusVisitor = void (*)(const char* key, const char* value, void* ctx);
+void bus_visit(const char* prefix, BusVisitor visit, void* ctx);
+// A key is valid when it is 1..127 characters of [A-Za-z0-9_.-].
+bool bus_key_valid(const char* key);
+
+// ---- world (world.cpp and the device files) -------------------------------
+
+// Reads every sim.* knob from the bus and powers the camera on.
+void world_init();
+// Advances head, lens and controllers by dt.
+void world_step(int64_t dt_ns);
+// Every bus write passes here (knobs under sim., lens commands, ...).
+void world_on_bus_write(Origin origin, const char* key, const char* value);
+// Emulates a shell line inside the sandbox; returns its exit status.
+int shell_run(const char* line);
+
+// ---- sandbox (sandbox.cpp) ------------------------------------------------
+
+// Root folder that stands for the camera's file system.
+void sandbox_set_root(const char* root);
+const char* sandbox_root();
+// Maps a camera path to the host path under the sandbox root.
+void sandbox_path(const char* camera_path, char* out, size_t len);
+
+}  // namespace sim
