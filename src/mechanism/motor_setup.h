@@ -3,9 +3,14 @@
 
 #include <cstdint>
 
+extern int32_t giModelRow;  // row of this camera in the model tables
+extern int32_t giModelP;    // pan gains of the model
+extern int32_t giModelI;
+extern int32_t giModelD;
 extern int32_t giStaticP;   // pan gains in force
 extern int32_t giStaticI;
 extern int32_t giStaticD;
+extern int32_t giFlipWindow;  // half width of the auto flip window
 
 // Writes the model's registers and hands the driver its tuning record.
 void InitMoterRegister();

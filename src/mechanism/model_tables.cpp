@@ -1,0 +1,41 @@
+// The model tables. Rows 1 and 2 of the type-2 tables are the same values
+// under two model numbers.
+#include "mechanism/model_tables.h"
+
+#define PAN_OEM {0x71, 0x1208, 0x20, 0x274a, 0x480, 0xfb9977, 0x04800480}
+#define TILT_OEM {0xc0, 0x1100, 0x20, 0x1800, 0x480, 0xf99999, 0x01000100}
+#define PAN_DVT {0x26, 0x1608, 0x10, 0x204a, 0x280, 0xfb9977, 0x00350035}
+#define TILT_DVT {0xc0, 0x1100, 0x20, 0x1800, 0x280, 0xf99999, 0x01000100}
+
+const MotorModelRow gMotorRegs[kMotorRows] = {
+    {"OEM", "ALL", {PAN_OEM}, {TILT_OEM}},
+    {"DVT", "9417701", {PAN_DVT}, {TILT_DVT}},
+    {"DVT", "9417702", {PAN_DVT}, {TILT_DVT}},
+};
+
+const MotorModelRow gMotorRegsAlt[kMotorRows] = {
+    {"OEM", "ALL", {PAN_OEM}, {TILT_OEM}},
+    {"DVT", "9417701", {PAN_DVT}, {TILT_DVT}},
+    {"DVT", "9417702", {PAN_DVT}, {TILT_DVT}},
+};
+
+const MotorModelRow gType1Regs[1] = {
+    {"OEM", "ALL", {{0x14, 0, 0x960, 0x3e8, 0x163, 0x9c40, 0x9c40}},
+     {{0x14, 0, 0x5dc, 0x16a8, 0x2c4, 0xc3500, 0xc3500}}},
+};
+
+const MotorModelRow gType1RegsAlt[1] = {
+    {"OEM", "ALL", {{0x23, 0, 0x1770, 0x1f40, 0x163, 0x3d0900, 0x3d0900}},
+     {{0xf, 0, 0x3e8, 0xaf0, 0x2c4, 0x3d0900, 0x3d0900}}},
+};
+
+#define DRY_DVT_BLOCK {0xc0, 8, 0, 0x800, 0x300, 0xfd27d2, 0x03000300}
+#define DRY_DVT_GAINS {{0x10, 0x80, 0}, {0xa000, 0x800, 0x1000}, {0x10, 0x80, 0}, {0x1000, 0x800, 0x9000}}
+
+const MotorDryRow gDryRegs[kMotorRows] = {
+    {"OEM", "ALL", {{0xc0, 0x1a, 1, 0x100, 0x480, 0xfd27d2, 0x04800480}},
+     {{0xfffe, 0xfffe, 0xfffe}, {0x500, 0xfffe, 0xfffe}, {0xfffe, 0xfffe, 0xfffe},
+      {0x100, 0xfffe, 0xfffe}}},
+    {"DVT", "9417701", {DRY_DVT_BLOCK}, DRY_DVT_GAINS},
+    {"DVT", "9417702", {DRY_DVT_BLOCK}, DRY_DVT_GAINS},
+};
