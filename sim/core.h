@@ -49,6 +49,13 @@ void sleep_ns(int64_t ns);
 // installs it.
 using StepHook = void (*)();
 void set_step_hook(StepHook hook);
+// The scenario's next moment to act (on the now_ns scale): sleep_ns never
+// steps past it and, once it has come, calls the step hook before time
+// passes. INT64_MAX (the start value): no wish.
+void set_wake_ns(int64_t at_ns);
+// Whether virtual sleeps hand bus notifications to the daemon's listeners;
+// the runner turns it off once the daemon has ended. On after clock_init.
+void set_delivery(bool on);
 
 // ---- transcript (transcript.cpp) ------------------------------------------
 
@@ -63,12 +70,24 @@ void trace(Kind kind, const char* fmt, ...) __attribute__((format(printf, 2, 3))
 void trace_call(bool getter, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 // Console text of the daemon; split into `out` lines at line feeds.
 void console_write(const char* text, size_t len);
+// Adds a pending partial console line as its own `out` line (daemon ends).
+void console_flush();
 // Lines added so far, and line i without its time ("KIND TEXT").
 size_t transcript_size();
 const char* transcript_line(size_t i);
 // Sends every line to this callback as it is added (the runner's await).
 using LineHook = void (*)(const char* line_without_time);
 void set_line_hook(LineHook hook);
+
+// ---- OS seam (os_seam.cpp) -----------------------------------------------
+
+// The handler the daemon gave os_signal for signo; nullptr when none.
+using SignalHandler = void (*)(int);
+SignalHandler installed_signal_handler(int signo);
+// Virtual mode: os_exit traces `exit N`, then calls this hook (the runner),
+// which must not return. Without a hook os_exit ends the process.
+using ExitHook = void (*)(int status);
+void set_exit_hook(ExitHook hook);
 
 // ---- bus (bus.cpp) --------------------------------------------------------
 
@@ -115,5 +134,8 @@ void sandbox_set_root(const char* root);
 const char* sandbox_root();
 // Maps a camera path to the host path under the sandbox root.
 void sandbox_path(const char* camera_path, char* out, size_t len);
+// Creates the missing parent folders of a host path (before writing a file
+// there); 0, or -1 when a folder cannot be made.
+int sandbox_make_parents(const char* host_path);
 
 }  // namespace sim

@@ -1,6 +1,6 @@
 // The exported PPS_* tables that the closed motor driver takes by name.
 // Entry i of a run with exponent e is e*1024 + round(K * 2^e / (i + 1)),
-// i counted from the start of its run; the tables are built from that rule
+// i being the index in the whole table; the tables are built from that rule
 // at compile time, with the few entries that stand apart from it.
 #include <cstdint>
 
@@ -29,7 +29,7 @@ constexpr Table<N> Build(double k, const Run (&runs)[N]) {
   for (int r = 0; r < N; r++) {
     int end = r + 1 < N ? runs[r + 1].first : 256;
     for (int index = runs[r].first; index < end; index++) {
-      table.entry[index] = RuleEntry(k, runs[r].exponent, index - runs[r].first);
+      table.entry[index] = RuleEntry(k, runs[r].exponent, index);
     }
   }
   return table;

@@ -22,10 +22,12 @@ TEST(NumberList, ParseAbsFieldsAndMissingFields) {
   ParseAbs(",5", &a, &b, &c);  // an empty field stores 0
   EXPECT_EQ(a, 0);
   EXPECT_EQ(b, 5);
-  ParseAbs("1-2,x,3,4", &a, &b, &c);  // '-' anywhere joins the field
+  ParseAbs("1-2,x3,4,5", &a, &b, &c);  // '-' anywhere joins the field
   EXPECT_EQ(a, 1);
-  EXPECT_EQ(b, 0);
-  EXPECT_EQ(c, 3);  // the fourth field is dropped
+  EXPECT_EQ(b, 0);  // any other character ends a field, here an empty one
+  EXPECT_EQ(c, 3);
+  ParseAbs("7,8,9,10", &a, &b, &c);
+  EXPECT_EQ(c, 9);  // the fourth field is dropped
   ParseAbs("10\n", &a, &b, &c);  // a line end ends the field like a comma
   EXPECT_EQ(a, 10);
 }

@@ -1,0 +1,38 @@
+// Bus operations beyond core.h: lists and listeners for the daemon's calls
+// (vendor_kvlink.cpp), waiting and watching for the real-time camera.
+// Every function takes sim::big_lock() itself.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/kvlink.h"
+
+namespace sim {
+
+// The one list key: a write to "<list>.999" appends the entry "<list>.<n>",
+// n counting from 0. Its entries are the keys "<list>.<digits>".
+constexpr const char* kPresetList = "ptz.preset.position";
+// Index that appends; a list therefore holds at most this many entries.
+constexpr int kListAppendIndex = 999;
+
+// Registers a listener for every key that begins with prefix. Listeners are
+// called in registration order. -1 when the table is full or an argument null.
+int bus_listen(const char* prefix, KvlinkCallback callback);
+// Full key of list entry index; false past the last entry or on a non-list.
+bool bus_list_name(const char* list, int index, char* out, size_t len);
+// Empties a list; on a plain key, removes its value. Nothing is notified.
+int bus_restore_default(const char* key);
+
+// Blocks until a notification is queued, quit is set, or timeout_ns passed.
+// True when something is queued. Call without holding big_lock.
+bool bus_wait_pending(int64_t timeout_ns, const std::atomic<bool>& quit);
+// Wakes every bus_wait_pending (after setting its quit flag).
+void bus_wake_waiters();
+
+// Called under big_lock after every bus_write is stored, with the stored key.
+using BusChangeHook = void (*)(const char* key, const char* value);
+void bus_set_change_hook(BusChangeHook hook);
+
+}  // namespace sim

@@ -1,0 +1,105 @@
+// Wire helpers of the bus socket, key rules, and the state folder.
+#include "bus_protocol.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "core.h"
+
+namespace sim {
+
+bool bus_key_valid(const char* key) {
+  if (key == nullptr || key[0] == '\0') return false;
+  size_t n = 0;
+  for (const char* p = key; *p != '\0'; ++p, ++n) {
+    char c = *p;
+    bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+              c == '_' || c == '.' || c == '-';
+    if (!ok || n >= static_cast<size_t>(kValueMax)) return false;
+  }
+  return true;
+}
+
+std::string proto_escape(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (char c : text) {
+    if (c == '\\') {
+      out += "\\\\";
+    } else if (c == '\n') {
+      out += "\\n";
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+bool proto_unescape(std::string_view wire, std::string* text) {
+  text->clear();
+  for (size_t i = 0; i < wire.size(); ++i) {
+    if (wire[i] != '\\') {
+      *text += wire[i];
+      continue;
+    }
+    if (++i == wire.size()) return false;
+    if (wire[i] == '\\') {
+      *text += '\\';
+    } else if (wire[i] == 'n') {
+      *text += '\n';
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool LineReader::next(std::string* line) {
+  for (;;) {
+    size_t end = buffered_.find('\n');
+    if (end != std::string::npos) {
+      line->assign(buffered_, 0, end);
+      buffered_.erase(0, end + 1);
+      return true;
+    }
+    if (buffered_.size() > kProtoLineMax) return false;
+    char chunk[512];
+    ssize_t got = recv(fd_, chunk, sizeof chunk, 0);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return false;
+    buffered_.append(chunk, static_cast<size_t>(got));
+  }
+}
+
+bool proto_send(int fd, std::string_view text) {
+  while (!text.empty()) {
+    ssize_t sent = send(fd, text.data(), text.size(), MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent <= 0) return false;
+    text.remove_prefix(static_cast<size_t>(sent));
+  }
+  return true;
+}
+
+bool state_folder(std::string* folder, std::string* error) {
+  const char* chosen = getenv("SLEWD_STATE");
+  if (chosen != nullptr && chosen[0] != '\0') {
+    *folder = chosen;
+    return true;
+  }
+  const char* home = getenv("HOME");
+  if (home == nullptr || home[0] == '\0') {
+    *error = "neither SLEWD_STATE nor HOME is set";
+    return false;
+  }
+  *folder = std::string(home) + "/.local/state/slewd";
+  return true;
+}
+
+std::string socket_path(const std::string& folder) { return folder + "/bus.sock"; }
+
+}  // namespace sim

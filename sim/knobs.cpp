@@ -1,0 +1,95 @@
+// The knob table: one entry per sim.* key, with what a value does.
+#include "knobs.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "core.h"
+#include "world_parse.h"
+
+namespace sim {
+
+namespace {
+
+using KnobApply = bool (*)(World& w, const char* value);
+
+struct Knob {
+  const char* key;
+  KnobApply apply;
+};
+
+// Stores a decimal integer in a field; false for anything else.
+bool set_int(int& field, const char* value) { return parse_int(value, &field); }
+
+// Stores a decimal integer in lo..hi in a field.
+bool set_int_in(int& field, const char* value, int lo, int hi) {
+  int v = 0;
+  if (!parse_int(value, &v) || v < lo || v > hi) return false;
+  field = v;
+  return true;
+}
+
+bool set_cali(Axis& a, const char* value) { return parse_seconds(value, &a.cali_ns); }
+
+bool set_asleep(Axis& a, const char* value) {
+  int v = 0;
+  if (!parse_int(value, &v)) return false;
+  axis_set_asleep(a, v != 0);
+  return true;
+}
+
+bool set_pos(Axis& a, const char* value, int hi) {
+  int v = 0;
+  if (!set_int_in(v, value, 0, hi)) return false;
+  axis_place(a, v);
+  return true;
+}
+
+bool set_clock(const char* value) {
+  int64_t epoch = 0;
+  if (!parse_utc_time(value, &epoch)) return false;
+  if (virtual_mode()) set_wall_start(epoch);
+  return true;
+}
+
+const Knob kKnobs[] = {
+    {"sim.model_id", [](World& w, const char* v) { w.cam.model_id = intern_text(v); return true; }},
+    {"sim.motor_type", [](World& w, const char* v) { return set_int(w.cam.motor_type, v); }},
+    {"sim.tilt_hall", [](World& w, const char* v) { return set_int(w.cam.tilt_hall, v); }},
+    {"sim.lens_type", [](World& w, const char* v) { return set_int(w.cam.lens_type_feature, v); }},
+    {"sim.dzoom", [](World& w, const char* v) { return set_int(w.cam.dzoom, v); }},
+    {"sim.i2c_nacks", [](World& w, const char* v) { return set_int_in(w.controllers.nacks_left, v, 0, 1 << 30); }},
+    {"sim.pan.cali_s", [](World& w, const char* v) { return set_cali(w.pan, v); }},
+    {"sim.tilt.cali_s", [](World& w, const char* v) { return set_cali(w.tilt, v); }},
+    {"sim.pan.asleep", [](World& w, const char* v) { return set_asleep(w.pan, v); }},
+    {"sim.tilt.asleep", [](World& w, const char* v) { return set_asleep(w.tilt, v); }},
+    {"sim.pan.temp", [](World& w, const char* v) { return set_int(w.pan.temp, v); }},
+    {"sim.tilt.temp", [](World& w, const char* v) { return set_int(w.tilt.temp, v); }},
+    {"sim.pan.prog_state", [](World& w, const char* v) { return set_int(w.pan.prog_state, v); }},
+    {"sim.tilt.prog_state", [](World& w, const char* v) { return set_int(w.tilt.prog_state, v); }},
+    {"sim.pan.pos", [](World& w, const char* v) { return set_pos(w.pan, v, kPanTurn); }},
+    {"sim.tilt.pos", [](World& w, const char* v) { return set_pos(w.tilt, v, kTiltMax); }},
+    {"sim.clock", [](World&, const char* v) { return set_clock(v); }},
+};
+
+}  // namespace
+
+void knobs_load(World& w) {
+  bus_visit("sim.", [](const char* key, const char* value, void* ctx) {
+    knob_apply(*static_cast<World*>(ctx), key, value);
+  }, &w);
+}
+
+bool knob_apply(World& w, const char* key, const char* value) {
+  if (!key || !value) return false;
+  for (const Knob& k : kKnobs) {
+    if (strcmp(k.key, key) != 0) continue;
+    if (k.apply(w, value)) return true;
+    fprintf(stderr, "%s: bad value \"%s\", knob unchanged\n", key, value);
+    return false;
+  }
+  fprintf(stderr, "%s: no such knob, ignored\n", key);
+  return false;
+}
+
+}  // namespace sim

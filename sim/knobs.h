@@ -1,0 +1,16 @@
+// The sim.* bus keys that set up and break the simulated camera. Each is
+// read at power-on and again whenever it is written; a bad value is ignored
+// with a warning on stderr and the world keeps what it had. Expects
+// sim::big_lock() held.
+#pragma once
+
+#include "world.h"
+
+namespace sim {
+
+// Reads every knob that the bus holds and applies it.
+void knobs_load(World& w);
+// Applies one knob write; false for an unknown key or a bad value.
+bool knob_apply(World& w, const char* key, const char* value);
+
+}  // namespace sim

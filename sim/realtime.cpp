@@ -1,0 +1,213 @@
+// Threads of the real-time camera: the world thread steps the physics every
+// 10 ms, the bus thread delivers notifications from other processes to the
+// daemon's listeners (beside the daemon's main loop, as the firmware's bus
+// library does), and the socket threads serve slewctl.
+#include "realtime.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <csignal>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "bus_extra.h"
+#include "bus_protocol.h"
+#include "bus_server.h"
+#include "core.h"
+
+namespace sim {
+namespace {
+
+// Longest gap the world catches up on after the process was held up.
+constexpr int64_t kMaxCatchUpNs = 1000LL * 1000000LL;
+// Longest wait of the bus thread before it looks at its quit flag again.
+constexpr int64_t kBusWaitNs = 1000LL * 1000000LL;
+
+struct Realtime {
+  bool running = false;            // between start and stop (main thread only)
+  std::atomic<bool> quit{false};   // asks the threads to end
+  std::mutex mutex;                // for the world thread's wait
+  std::condition_variable wake;    // ends the world thread's wait early
+  std::thread world;               // steps the physics
+  std::thread bus;                 // delivers notifications
+  int lock_fd = -1;                // holds the state folder
+  FILE* transcript = nullptr;      // transcript.log
+};
+
+Realtime& rt() {
+  static Realtime* r = new Realtime;
+  return *r;
+}
+
+// Steps the world every kWorldStepNs by the real time that has passed.
+void world_loop() {
+  Realtime& r = rt();
+  int64_t last = now_ns();
+  std::unique_lock<std::mutex> lock(r.mutex);
+  while (!r.quit) {
+    r.wake.wait_for(lock, std::chrono::nanoseconds(kWorldStepNs), [&] { return r.quit.load(); });
+    lock.unlock();
+    int64_t now = now_ns();
+    int64_t due = std::min(now - last, kMaxCatchUpNs);
+    last = now;
+    {
+      std::lock_guard<std::recursive_mutex> guard(big_lock());
+      for (; due > 0; due -= kWorldStepNs) world_step(std::min(due, kWorldStepNs));
+    }
+    lock.lock();
+  }
+}
+
+// Delivers queued notifications as they come.
+void bus_loop() {
+  Realtime& r = rt();
+  while (!r.quit) {
+    if (bus_wait_pending(kBusWaitNs, r.quit)) bus_deliver_pending();
+  }
+}
+
+// Starts the world, bus and socket threads with the process signals blocked,
+// so that SIGINT and friends reach the daemon's thread. -1 with *error.
+int start_threads(const std::string& state, std::string* error) {
+  sigset_t all, old;
+  sigfillset(&all);
+  for (int sync_signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) {
+    sigdelset(&all, sync_signal);
+  }
+  pthread_sigmask(SIG_BLOCK, &all, &old);
+  int result = bus_server_start(socket_path(state), error);
+  if (result == 0) {
+    rt().quit = false;
+    rt().world = std::thread(world_loop);
+    rt().bus = std::thread(bus_loop);
+  }
+  pthread_sigmask(SIG_SETMASK, &old, nullptr);
+  return result;
+}
+
+// Creates the sandbox root with the camera folders the daemon uses, and an
+// empty /dev/iav for it to open.
+bool prepare_sandbox(const std::string& root, std::string* error) {
+  sandbox_set_root(root.c_str());
+  char host[4096];
+  for (const char* folder : {"/tmp", "/mnt/nand", "/dev"}) {
+    sandbox_path(folder, host, sizeof host);
+    std::string inside = std::string(host) + "/.";
+    if (sandbox_make_parents(inside.c_str()) != 0) {
+      *error = "cannot create the sandbox " + root + ": " + strerror(errno);
+      return false;
+    }
+  }
+  sandbox_path("/dev/iav", host, sizeof host);
+  int fd = open(host, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (fd >= 0) close(fd);
+  return true;
+}
+
+// Opens transcript.log afresh and hands it to the transcript.
+bool open_transcript(const std::string& state, std::string* error) {
+  std::string path = state + "/transcript.log";
+  rt().transcript = fopen(path.c_str(), "we");
+  if (rt().transcript == nullptr) {
+    *error = "cannot write " + path + ": " + strerror(errno);
+    return false;
+  }
+  setvbuf(rt().transcript, nullptr, _IOLBF, 0);
+  transcript_open(rt().transcript);
+  return true;
+}
+
+// Undoes a partial start.
+void undo_start() {
+  Realtime& r = rt();
+  bus_close();
+  transcript_open(nullptr);
+  if (r.transcript != nullptr) fclose(r.transcript);
+  r.transcript = nullptr;
+  if (r.lock_fd >= 0) close(r.lock_fd);
+  r.lock_fd = -1;
+}
+
+}  // namespace
+
+int realtime_lock_state(const std::string& state, std::string* error) {
+  std::string path = state + "/lock";
+  if (sandbox_make_parents(path.c_str()) != 0) {
+    *error = "cannot create the state folder " + state + ": " + strerror(errno);
+    return -1;
+  }
+  int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) {
+    *error = "cannot open " + path + ": " + strerror(errno);
+    return -1;
+  }
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    *error = errno == EWOULDBLOCK ? "another slewd is running on " + state
+                                  : "cannot lock " + path + ": " + strerror(errno);
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+int realtime_start(const std::string& state, std::string* error) {
+  Realtime& r = rt();
+  if (r.running) {
+    *error = "the camera is already running";
+    return -1;
+  }
+  r.lock_fd = realtime_lock_state(state, error);
+  if (r.lock_fd < 0) return -1;
+  clock_init(ClockMode::Real);
+  std::string store = state + "/bus.db";
+  if (bus_open(store.c_str()) != 0) {
+    *error = "cannot open the bus store " + store;
+    undo_start();
+    return -1;
+  }
+  if (!prepare_sandbox(state + "/root", error) || !open_transcript(state, error)) {
+    undo_start();
+    return -1;
+  }
+  {
+    std::lock_guard<std::recursive_mutex> guard(big_lock());
+    world_init();
+  }
+  mark_daemon_start();
+  if (start_threads(state, error) != 0) {
+    undo_start();
+    return -1;
+  }
+  r.running = true;
+  return 0;
+}
+
+void realtime_stop() {
+  Realtime& r = rt();
+  if (!r.running) return;
+  bus_server_stop();
+  {
+    std::lock_guard<std::mutex> guard(r.mutex);
+    r.quit = true;
+  }
+  r.wake.notify_all();
+  bus_wake_waiters();
+  r.world.join();
+  r.bus.join();
+  undo_start();
+  r.running = false;
+}
+
+void realtime_freeze() {
+  if (rt().running) big_lock().lock();
+}
+
+}  // namespace sim

@@ -1,0 +1,157 @@
+// The transcript: one line "TIME KIND TEXT" per event of the daemon, kept in
+// memory for the scenario runner (virtual mode) and written to a sink file.
+#include <atomic>
+#include <cstdarg>
+#include <deque>
+#include <mutex>
+#include <string>
+
+#include "core.h"
+
+namespace sim {
+
+namespace {
+
+// Word of each kind in the line, in the order of enum Kind.
+const char* const kKindWords[] = {"out", "set", "ext", "call", "sh", "sim", "log", "exit", "bus", "file"};
+
+struct Transcript {
+  std::mutex lock;                 // guards everything below
+  std::deque<std::string> lines;   // whole lines; a deque keeps c_str() stable
+  std::deque<size_t> kind_at;      // offset of the kind in each line
+  std::string partial;             // console text after the last line feed
+  FILE* sink = nullptr;            // where lines are also written, or none
+};
+
+// The one transcript of the process.
+Transcript& transcript() {
+  static Transcript t;
+  return t;
+}
+
+std::atomic<bool> g_verbose{false};
+std::atomic<LineHook> g_line_hook{nullptr};
+
+// Formats printf arguments into a string of any length.
+std::string format_text(const char* fmt, va_list args) {
+  char small[512];
+  va_list again;
+  va_copy(again, args);
+  int n = vsnprintf(small, sizeof small, fmt, args);
+  if (n < 0) {
+    va_end(again);
+    return std::string();
+  }
+  if (static_cast<size_t>(n) < sizeof small) {
+    va_end(again);
+    return std::string(small, n);
+  }
+  std::string text(n, '\0');
+  vsnprintf(text.data(), n + 1, fmt, again);
+  va_end(again);
+  return text;
+}
+
+// Stamps and stores one line (t.lock held); returns the line without its time.
+const char* add_locked(Transcript& t, Kind kind, const std::string& text) {
+  char stamp[32];
+  int n = snprintf(stamp, sizeof stamp, "%.3f ", daemon_seconds());
+  std::string line = std::string(stamp, n) + kKindWords[static_cast<int>(kind)] + ' ' + text;
+  if (t.sink) {
+    fwrite(line.data(), 1, line.size(), t.sink);
+    fputc('\n', t.sink);
+  }
+  // Real-time runs last for weeks: only the scenario runner needs the lines.
+  if (!virtual_mode()) return nullptr;
+  t.lines.push_back(std::move(line));
+  t.kind_at.push_back(n);
+  return t.lines.back().c_str() + n;
+}
+
+// Adds one line and tells the line hook.
+void add(Kind kind, const std::string& text) {
+  const char* stored;
+  {
+    Transcript& t = transcript();
+    std::lock_guard<std::mutex> guard(t.lock);
+    stored = add_locked(t, kind, text);
+  }
+  LineHook hook = g_line_hook.load();
+  if (hook && stored) hook(stored);
+}
+
+}  // namespace
+
+void transcript_open(FILE* sink) {
+  Transcript& t = transcript();
+  std::lock_guard<std::mutex> guard(t.lock);
+  t.sink = sink;
+}
+
+void set_verbose(bool verbose) { g_verbose.store(verbose); }
+
+bool verbose() { return g_verbose.load(); }
+
+void trace(Kind kind, const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  std::string text = format_text(fmt, args);
+  va_end(args);
+  add(kind, text);
+}
+
+void trace_call(bool getter, const char* fmt, ...) {
+  if (getter && !g_verbose.load()) return;
+  va_list args;
+  va_start(args, fmt);
+  std::string text = format_text(fmt, args);
+  va_end(args);
+  add(Kind::Call, text);
+}
+
+void console_write(const char* text, size_t len) {
+  std::deque<const char*> added;
+  {
+    Transcript& t = transcript();
+    std::lock_guard<std::mutex> guard(t.lock);
+    for (size_t i = 0; i < len; ++i) {
+      if (text[i] != '\n') {
+        t.partial += text[i];
+        continue;
+      }
+      added.push_back(add_locked(t, Kind::Out, t.partial));
+      t.partial.clear();
+    }
+  }
+  LineHook hook = g_line_hook.load();
+  for (const char* stored : added)
+    if (hook && stored) hook(stored);
+}
+
+void console_flush() {
+  std::string rest;
+  {
+    Transcript& t = transcript();
+    std::lock_guard<std::mutex> guard(t.lock);
+    if (t.partial.empty()) return;
+    rest.swap(t.partial);
+  }
+  add(Kind::Out, rest);
+}
+
+size_t transcript_size() {
+  Transcript& t = transcript();
+  std::lock_guard<std::mutex> guard(t.lock);
+  return t.lines.size();
+}
+
+const char* transcript_line(size_t i) {
+  Transcript& t = transcript();
+  std::lock_guard<std::mutex> guard(t.lock);
+  if (i >= t.lines.size()) return "";
+  return t.lines[i].c_str() + t.kind_at[i];
+}
+
+void set_line_hook(LineHook hook) { g_line_hook.store(hook); }
+
+}  // namespace sim

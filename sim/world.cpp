@@ -1,0 +1,85 @@
+// The simulated hardware as a whole: power-on, the physics step, and the bus
+// writes it reacts to (knobs and lens commands).
+#include "world.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+#include "core.h"
+#include "knobs.h"
+#include "world_parse.h"
+
+namespace sim {
+
+namespace {
+
+// A lens position stored on the bus, if it reads as a number.
+bool stored_position(const char* key, int* out) {
+  char text[kValueMax + 1];
+  return bus_read(key, text, sizeof text) && parse_int(text, out);
+}
+
+// The lens resumes where the bus says it was, and says so again.
+void lens_power_on_from_bus(World& w) {
+  int zoom = 0;
+  stored_position(w.lens.zoom.key, &zoom);
+  int focus = lens_sharp_focus(zoom);
+  stored_position(w.lens.focus.key, &focus);
+  lens_power_on(w.lens, zoom, focus, w.elapsed_ns);
+  for (const LensAxis* a : {&w.lens.zoom, &w.lens.focus}) {
+    char text[16];
+    snprintf(text, sizeof text, "%d", a->pos);
+    bus_put(a->key, text);
+  }
+}
+
+// True when a step can change anything.
+bool world_active(const World& w) {
+  return axis_active(w.pan) || axis_active(w.tilt) || lens_active(w.lens);
+}
+
+}  // namespace
+
+World& the_world() {
+  static World world;
+  return world;
+}
+
+void world_init() {
+  std::lock_guard lock(big_lock());
+  World& w = the_world();
+  w = World{};
+  knobs_load(w);
+  axis_power_on(w.pan);
+  axis_power_on(w.tilt);
+  lens_power_on_from_bus(w);
+}
+
+void world_step(int64_t dt_ns) {
+  std::lock_guard lock(big_lock());
+  World& w = the_world();
+  if (dt_ns <= 0) return;
+  if (!world_active(w)) {
+    w.elapsed_ns += dt_ns;
+    return;
+  }
+  while (dt_ns > 0) {
+    int64_t dt = std::min(dt_ns, kWorldStepNs);
+    w.elapsed_ns += dt;
+    axis_step(w.pan, dt);
+    axis_step(w.tilt, dt);
+    lens_step(w.lens, dt, w.elapsed_ns);
+    dt_ns -= dt;
+  }
+}
+
+void world_on_bus_write(Origin, const char* key, const char* value) {
+  if (!key || !value) return;
+  std::lock_guard lock(big_lock());
+  World& w = the_world();
+  if (strncmp(key, "sim.", 4) == 0) knob_apply(w, key, value);
+  else if (strncmp(key, "ptz.lens.", 9) == 0) lens_command(w.lens, key, value);
+}
+
+}  // namespace sim

@@ -1,0 +1,35 @@
+// The state of the simulated hardware, grouped by device. It is touched only
+// under sim::big_lock(); world_init (core.h) puts it back to power-on.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "camstate.h"
+#include "controllers.h"
+#include "head.h"
+#include "lens.h"
+
+namespace sim {
+
+// What the emulated shell has seen, for inspection.
+struct ShellRecord {
+  std::vector<std::string> killed;  // names given to killall, in order
+  int lines = 0;                    // lines run
+};
+
+struct World {
+  int64_t elapsed_ns = 0;  // simulated time since power-on
+
+  Axis pan{.kind = AxisKind::Pan};
+  Axis tilt{.kind = AxisKind::Tilt};
+  Controllers controllers;
+  Lens lens;
+  CamState cam;
+  ShellRecord shell;
+};
+
+World& the_world();
+
+}  // namespace sim

@@ -1,0 +1,183 @@
+// The real-time camera in this process: its state folder lock, the bus
+// thread that delivers other processes' writes, and slewctl over the socket.
+// Nothing waits on time: each wait ends on the event it waits for.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bus_client.h"
+#include "bus_extra.h"
+#include "bus_protocol.h"
+#include "core.h"
+#include "platform/kvlink.h"
+#include "realtime.h"
+
+namespace {
+
+// What the daemon's listener saw, and on which thread.
+std::mutex g_mutex;
+std::condition_variable g_changed;
+std::vector<std::string> g_heard;
+std::thread::id g_heard_on;
+
+void OnRunMode(char* key, char* value) {
+  std::lock_guard<std::mutex> guard(g_mutex);
+  g_heard.push_back(std::string(key) + "=" + value);
+  g_heard_on = std::this_thread::get_id();
+  g_changed.notify_all();
+}
+
+class Realtime : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp") + std::string("/rtXXXXXX");
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    state_ = pattern;
+    std::string error;
+    ASSERT_EQ(sim::realtime_start(state_, &error), 0) << error;
+    std::lock_guard<std::mutex> guard(g_mutex);
+    g_heard.clear();
+  }
+  void TearDown() override {
+    sim::realtime_stop();
+    sim::clock_init(sim::ClockMode::Virtual);
+    sim::bus_open(":memory:");
+    std::string cleanup = "rm -rf '" + state_ + "'";
+    EXPECT_EQ(system(cleanup.c_str()), 0);
+  }
+
+  // Runs slewctl with the words given; returns its status, out and err.
+  int Ctl(std::vector<std::string> words, std::string* out = nullptr, std::string* err = nullptr) {
+    std::vector<char*> argv{const_cast<char*>("slewctl")};
+    for (std::string& w : words) argv.push_back(w.data());
+    char* out_text = nullptr;
+    char* err_text = nullptr;
+    size_t out_len = 0, err_len = 0;
+    FILE* out_file = open_memstream(&out_text, &out_len);
+    FILE* err_file = open_memstream(&err_text, &err_len);
+    int status = sim::slewctl_run(state_, static_cast<int>(argv.size()), argv.data(), out_file,
+                                  err_file);
+    fclose(out_file);
+    fclose(err_file);
+    if (out) *out = out_text;
+    if (err) *err = err_text;
+    free(out_text);
+    free(err_text);
+    return status;
+  }
+
+  // Opens a raw protocol connection to the socket.
+  int Connect() {
+    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::string path = sim::socket_path(state_);
+    memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return fd;
+  }
+
+  std::string state_;
+};
+
+TEST_F(Realtime, OneCameraPerStateFolder) {
+  std::string error;
+  EXPECT_EQ(sim::realtime_lock_state(state_, &error), -1);
+  EXPECT_EQ(error, "another slewd is running on " + state_);
+  EXPECT_EQ(access((state_ + "/root/dev/iav").c_str(), F_OK), 0);
+  EXPECT_EQ(access((state_ + "/transcript.log").c_str(), F_OK), 0);
+}
+
+TEST_F(Realtime, SlewctlSetReachesListenersOnTheBusThread) {
+  kvlink_listen("ptz.run_mode", OnRunMode);
+  EXPECT_EQ(Ctl({"set", "ptz.run_mode", "go_preset:", "5"}), sim::kCtlOk);
+  std::unique_lock<std::mutex> lock(g_mutex);
+  ASSERT_TRUE(g_changed.wait_for(lock, std::chrono::seconds(30), [] { return !g_heard.empty(); }));
+  EXPECT_EQ(g_heard[0], "ptz.run_mode=go_preset: 5") << "the words join with single blanks";
+  EXPECT_NE(g_heard_on, std::this_thread::get_id());
+}
+
+TEST_F(Realtime, SlewctlGetListAndErrors) {
+  std::string out, err;
+  kvlink_set("ptz.status", "0");
+  kvlink_set("ptz.preset.position.999", "one");
+  kvlink_set("ptz.preset.position.999", "two");
+  ASSERT_EQ(Ctl({"set", "ptz.mode_status", "line one\nline two\\"}), sim::kCtlOk);
+  char stored[128];
+  ASSERT_TRUE(sim::bus_read("ptz.mode_status", stored, sizeof stored));
+  EXPECT_STREQ(stored, "line one\nline two\\") << "escapes survive the trip";
+
+  EXPECT_EQ(Ctl({"get", "ptz.status"}, &out), sim::kCtlOk);
+  EXPECT_EQ(out, "0\n");
+  EXPECT_EQ(Ctl({"list", "ptz.preset."}, &out), sim::kCtlOk);
+  EXPECT_EQ(out, "ptz.preset.position.0=one\nptz.preset.position.1=two\n");
+
+  EXPECT_EQ(Ctl({"get", "ptz.nothing"}, &out, &err), sim::kCtlNoValue);
+  EXPECT_EQ(err, "slewctl: ptz.nothing holds no value\n");
+  EXPECT_EQ(Ctl({"set", "bad key", "1"}, &out, &err), sim::kCtlRefused);
+  EXPECT_EQ(Ctl({"set", "ptz.status", std::string(128, 'x')}, &out, &err), sim::kCtlRefused);
+  EXPECT_EQ(err, "slewctl: value over 127 characters (128)\n");
+  EXPECT_EQ(Ctl({"set", "ptz.status"}, &out, &err), sim::kCtlUsage);
+  EXPECT_EQ(Ctl({"watch", "-n", "zero"}, &out, &err), sim::kCtlUsage);
+  EXPECT_EQ(Ctl({"fly"}, &out, &err), sim::kCtlUsage);
+  EXPECT_EQ(Ctl({"get", "ptz.status"}, &out), sim::kCtlOk) << "nothing refused was stored";
+  EXPECT_EQ(out, "0\n");
+
+  sim::realtime_stop();
+  EXPECT_EQ(Ctl({"get", "ptz.status"}, &out, &err), sim::kCtlNoDaemon);
+  EXPECT_NE(err.find("slewctl: no slewd running on " + state_), std::string::npos) << err;
+  EXPECT_EQ(err.find('\n'), err.size() - 1) << "one line";
+
+  // The store outlives the camera.
+  std::string error;
+  ASSERT_EQ(sim::realtime_start(state_, &error), 0) << error;
+  EXPECT_EQ(Ctl({"get", "ptz.preset.position.1"}, &out), sim::kCtlOk);
+  EXPECT_EQ(out, "two\n");
+}
+
+TEST_F(Realtime, WatchStreamsEveryWriteUnderItsPrefix) {
+  int fd = Connect();
+  sim::LineReader reader(fd);
+  std::string line;
+  ASSERT_TRUE(sim::proto_send(fd, "watch ptz.\n"));
+  ASSERT_TRUE(reader.next(&line));
+  ASSERT_EQ(line, "ok");
+  kvlink_set("ptz.status", "4");
+  kvlink_set("image.cam1.flip", "on");
+  ASSERT_EQ(Ctl({"set", "ptz.run_mode", "stop"}), sim::kCtlOk);
+  kvlink_set("ptz.preset.position.999", "a\nb");
+  std::vector<std::string> seen;
+  for (int i = 0; i < 3 && reader.next(&line); ++i) seen.push_back(line);
+  EXPECT_EQ(seen, (std::vector<std::string>{"change ptz.status=4", "change ptz.run_mode=stop",
+                                            "change ptz.preset.position.0=a\\nb"}));
+  close(fd);
+
+  // slewctl watch -n ends after that many changes.
+  std::string out;
+  std::atomic<bool> done{false};
+  std::thread writer([&done] {
+    for (int i = 0; !done; ++i) {
+      kvlink_set("ptz.pan_pos", std::to_string(i).c_str());
+      std::this_thread::yield();
+    }
+  });
+  EXPECT_EQ(Ctl({"watch", "-n", "2", "ptz.pan_pos"}, &out), sim::kCtlOk);
+  done = true;
+  writer.join();
+  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2);
+  EXPECT_EQ(out.rfind("ptz.pan_pos=", 0), 0u) << out;
+}
+
+}  // namespace

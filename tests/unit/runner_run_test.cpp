@@ -1,0 +1,159 @@
+// The scenario interpreter against a small fake daemon: when await resumes,
+// what expect sees, signals, the daemon's end, files, --keep, the summary
+// and repeatability.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "platform/os.h"
+#include "runner/run.h"
+
+namespace {
+
+void OnTerm(int signo) {
+  os_printf("term %d\n", signo);
+  os_exit(1);
+}
+
+// Prints its arguments, "in main loop", then "in loop" in two pieces one
+// second later, idles 10 s, leaves a partial line and returns 3.
+int FakeDaemon(int argc, char** argv) {
+  os_signal(SIGTERM, OnTerm);
+  os_printf("args:%d %s\n", argc, argc > 1 ? argv[1] : "-");
+  os_puts("in main loop");
+  os_sleep(1);
+  os_printf("in ");
+  os_printf("loop\n");
+  for (int i = 0; i < 100; ++i) os_usleep(100000);
+  os_printf("partial");
+  return 3;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+struct Outcome {
+  int status;
+  std::string report;      // what slewsim printed
+  std::string transcript;
+};
+
+class RunnerRun : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/runner_run.XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    dir_ = pattern;
+  }
+  void TearDown() override { std::filesystem::remove_all(dir_); }
+
+  // Runs scenario texts through the slewsim command line with FakeDaemon.
+  Outcome Run(const std::vector<std::string>& texts, std::vector<std::string> options = {}) {
+    std::vector<std::string> words{"slewsim"};
+    words.insert(words.end(), options.begin(), options.end());
+    for (size_t i = 0; i < texts.size(); ++i) {
+      std::string path = dir_ + "/case" + std::to_string(i) + ".scn";
+      std::ofstream(path) << texts[i];
+      words.push_back(path);
+    }
+    std::vector<char*> argv;
+    for (std::string& w : words) argv.push_back(w.data());
+    FILE* out = tmpfile();
+    Outcome o;
+    o.status = sim::slewsim_main(static_cast<int>(argv.size()), argv.data(), FakeDaemon, out, out);
+    rewind(out);
+    for (int c; (c = fgetc(out)) != EOF;) o.report += static_cast<char>(c);
+    fclose(out);
+    o.transcript = ReadFile(dir_ + "/t.txt");
+    return o;
+  }
+  // One scenario with its transcript kept in dir_/t.txt.
+  Outcome Run(const std::string& text) { return Run({text}, {"--transcript", dir_ + "/t.txt"}); }
+
+  std::string dir_;
+};
+
+TEST_F(RunnerRun, AwaitResumesAtTheFirstNewMatchingLine) {
+  Outcome o = Run(
+      "args spddry 2\n"
+      "bus test.k before\n"
+      "await out in loop 5\n"
+      "bus test.k after\n"
+      "wait 0.25\n"
+      "show bus test.\n"
+      "await \"\" 30\n"
+      "show bus test.\n");
+  EXPECT_EQ(o.status, 0) << o.report;
+  EXPECT_EQ(o.report, "PASS case0\n1 passed, 0 failed\n");
+  EXPECT_EQ(o.transcript,
+            "0.000 out args:3 spddry\n"
+            "0.000 out in main loop\n"
+            "1.000 out in loop\n"
+            "1.000 ext test.k=after\n"
+            "1.250 bus test.k=after\n"
+            "11.000 out partial\n"
+            "11.000 exit 3\n"
+            "11.000 bus test.k=after\n");
+}
+
+TEST_F(RunnerRun, ExpectsLookSinceTheMark) {
+  EXPECT_EQ(Run("wait 2\nexpect line out in main\nmark\nexpect no line main\nexpect line \"\"\n").report,
+            "FAIL case0: " + dir_ + "/case0.scn:5: expect line \"\" \u2014 no line since the mark contains it\n"
+            "0 passed, 1 failed\n");
+  EXPECT_NE(Run("wait 2\nexpect no line out in\n").report.find("case0.scn:2: expect no line out in \u2014 found 'out in main loop'\n"),
+            std::string::npos);
+  Outcome late = Run("bus t.a 1\nawait out never 2.5\n");
+  EXPECT_NE(late.report.find("case0.scn:2: await out never 2.5 \u2014 no such line within the time"), std::string::npos);
+  EXPECT_EQ(late.transcript.substr(late.transcript.rfind('\n', late.transcript.size() - 2) + 1), "1.000 out in loop\n");
+}
+
+TEST_F(RunnerRun, SignalsAndTheDaemonsEnd) {
+  Outcome term = Run("wait 2\nsignal 15\nexpect exit 1\nexpect bus t.a 1\n");
+  EXPECT_NE(term.transcript.find("2.000 out term 15\n2.000 exit 1\n"), std::string::npos);
+  EXPECT_NE(term.report.find("expect bus t.a 1 \u2014 the key holds no value"), std::string::npos);
+  Outcome intr = Run("bus t.a 1\nwait 2\nsignal 2\nexpect exit 130\nexpect bus t.a 1\nsignal 15\n");
+  EXPECT_NE(intr.transcript.find("2.000 exit 130\n"), std::string::npos);
+  EXPECT_NE(intr.report.find("signal 15 \u2014 the daemon has already ended with status 130"), std::string::npos);
+  EXPECT_NE(Run("wait 2\nexpect exit 0\n").report.find("the daemon is still running"), std::string::npos);
+  EXPECT_NE(Run("wait 20\nexpect exit 0\n").report.find("the daemon ended with status 3"), std::string::npos);
+}
+
+TEST_F(RunnerRun, FilesSummaryAndKeptSandbox) {
+  std::string pass = "file /mnt/nand/p.txt\n# kept\n  two\nend\nwait 0\nshow file /mnt/nand/p.txt\nshow file /none\n";
+  std::string fail = "bus t.a 1\nwait 1\nexpect bus t.a 2\n";
+  Outcome o = Run({pass, fail}, {"--keep", dir_ + "/keep"});
+  EXPECT_EQ(o.status, 1);
+  EXPECT_NE(o.report.find("PASS case0\nFAIL case1: "), std::string::npos) << o.report;
+  EXPECT_NE(o.report.find("the key holds '1'\n1 passed, 1 failed\n"), std::string::npos) << o.report;
+  EXPECT_EQ(ReadFile(dir_ + "/keep/case0/mnt/nand/p.txt"), "# kept\n  two\n");
+  EXPECT_NE(ReadFile(dir_ + "/keep/case1/bus.txt").find("t.a=1\n"), std::string::npos);
+  o = Run(pass);
+  EXPECT_EQ(o.transcript, "0.000 file /mnt/nand/p.txt: # kept\n0.000 file /mnt/nand/p.txt:   two\n");
+}
+
+TEST_F(RunnerRun, CommandLineErrorsExitWithTwo) {
+  EXPECT_EQ(Run({"wait 1\n", "wait 1\n"}, {"--transcript", dir_ + "/t.txt"}).status, 2);
+  EXPECT_EQ(Run({"wait 1\n"}, {"--frob"}).status, 2);
+  Outcome bad = Run({"wait 1\n", "wait 1\nwiat 2\n"}, {});
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_EQ(bad.report, dir_ + "/case1.scn:2: unknown directive 'wiat'\n");  // nothing ran
+}
+
+TEST_F(RunnerRun, SameScenarioGivesTheSameTranscript) {
+  std::string text = "await out in loop 5\nbus test.x 1\nwait 3.3\nsignal 15\nwait 1\nshow bus test.\n";
+  std::string first = Run(text).transcript;
+  EXPECT_FALSE(first.empty());
+  EXPECT_EQ(Run(text).transcript, first);
+}
+
+}  // namespace

@@ -1,0 +1,314 @@
+// The simulated parameter bus: lists, listeners, value limits, delivery
+// threads, key rules, persistence of the file store, and the sandbox.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bus_extra.h"
+#include "core.h"
+#include "platform/kvlink.h"
+
+namespace {
+
+// What listeners saw, in order: "tag:key=value".
+std::vector<std::string> g_heard;
+std::thread::id g_heard_on;
+
+void RecordA(char* key, char* value) {
+  g_heard.push_back(std::string("A:") + key + "=" + value);
+  g_heard_on = std::this_thread::get_id();
+}
+void RecordB(char* key, char* value) { g_heard.push_back(std::string("B:") + key + "=" + value); }
+// Cuts the value in place, as the daemon's command listener does.
+void CutValue(char*, char* value) {
+  value[0] = '\0';
+  g_heard.push_back("cut");
+}
+// Tries to deliver again from inside a delivery.
+void DeliverAgain(char* key, char*) {
+  g_heard.push_back(std::string("begin:") + key);
+  sim::bus_deliver_pending();
+  g_heard.push_back(std::string("end:") + key);
+}
+
+class SimBus : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    sim::clock_init(sim::ClockMode::Virtual);
+    ASSERT_EQ(sim::bus_open(":memory:"), 0);
+    sim::set_verbose(false);
+    g_heard.clear();
+  }
+  void TearDown() override { sim::set_verbose(false); }
+
+  // Value at key, or "<none>".
+  static std::string Get(const char* key) {
+    char buf[128];
+    return kvlink_get(key, buf, sizeof buf) == 0 ? buf : "<none>";
+  }
+  // Transcript lines ("KIND TEXT") added since index first.
+  static std::vector<std::string> LinesSince(size_t first) {
+    std::vector<std::string> lines;
+    for (size_t i = first; i < sim::transcript_size(); ++i) lines.push_back(sim::transcript_line(i));
+    return lines;
+  }
+  // Every KEY=VALUE under prefix, in visiting order.
+  static std::vector<std::string> Visit(const char* prefix) {
+    std::vector<std::string> rows;
+    sim::bus_visit(
+        prefix,
+        [](const char* k, const char* v, void* ctx) {
+          static_cast<std::vector<std::string>*>(ctx)->push_back(std::string(k) + "=" + v);
+        },
+        &rows);
+    return rows;
+  }
+};
+
+TEST_F(SimBus, PresetListAppendsListsByIndexAndEmpties) {
+  for (int i = 0; i < 12; ++i) {
+    ASSERT_EQ(kvlink_set("ptz.preset.position.999", ("p" + std::to_string(i)).c_str()), 0);
+  }
+  char name[128];
+  ASSERT_EQ(kvlink_get_name("ptz.preset.position", 0, name, sizeof name), 0);
+  EXPECT_EQ(Get(name), "p0");
+  ASSERT_EQ(kvlink_get_name("ptz.preset.position", 11, name, sizeof name), 0);
+  EXPECT_EQ(Get(name), "p11");
+  EXPECT_EQ(kvlink_get_name("ptz.preset.position", 12, name, sizeof name), -1);
+  EXPECT_EQ(kvlink_get_name("ptz.preset.position", -1, name, sizeof name), -1);
+  EXPECT_EQ(kvlink_get_name("ptz.status", 0, name, sizeof name), -1) << "not a list";
+  EXPECT_EQ(Get("ptz.preset.position.999"), "<none>") << "the append key holds nothing itself";
+
+  // Entries come in list order (p2 before p10), after plain keys before them.
+  sim::bus_put("ptz.preset.name", "x");
+  std::vector<std::string> rows = Visit("ptz.preset.");
+  ASSERT_EQ(rows.size(), 13u);
+  EXPECT_EQ(rows[0], "ptz.preset.name=x");
+  EXPECT_EQ(rows[3], "ptz.preset.position.2=p2");
+  EXPECT_EQ(rows[11], "ptz.preset.position.10=p10");
+
+  ASSERT_EQ(kvlink_restore_default("ptz.preset.position"), 0);
+  EXPECT_EQ(kvlink_get_name("ptz.preset.position", 0, name, sizeof name), -1);
+  EXPECT_EQ(Visit("ptz.preset.position").size(), 0u);
+  EXPECT_EQ(Get("ptz.preset.name"), "x") << "restore touches only the list";
+
+  // After emptying, appends start again at index 0.
+  kvlink_set("ptz.preset.position.999", "again");
+  ASSERT_EQ(kvlink_get_name("ptz.preset.position", 0, name, sizeof name), 0);
+  EXPECT_EQ(Get(name), "again");
+}
+
+TEST_F(SimBus, PrefixListenersMatchInRegistrationOrder) {
+  kvlink_listen("ptz.patrol.", RecordA);
+  kvlink_listen("ptz.patrol.set01", RecordB);
+  kvlink_listen("ptz.schedule", RecordB);
+  kvlink_set("ptz.patrol.set01", "1,2");
+  kvlink_set("ptz.schedule.mon", "m");
+  kvlink_set("ptz.patrolx", "no listener");
+  kvlink_set("ptz.patrol", "shorter than the prefix");
+  EXPECT_EQ(g_heard, (std::vector<std::string>{"A:ptz.patrol.set01=1,2", "B:ptz.patrol.set01=1,2",
+                                               "B:ptz.schedule.mon=m"}));
+}
+
+TEST_F(SimBus, ValuesHoldAtMost127Characters) {
+  std::string v127(127, 'a'), v128(128, 'b');
+  EXPECT_EQ(sim::bus_write(sim::Origin::External, "k", v127.c_str()), 0);
+  EXPECT_EQ(Get("k"), v127);
+  EXPECT_EQ(sim::bus_write(sim::Origin::External, "k", v128.c_str()), -1);
+  EXPECT_EQ(sim::bus_put("k", v128.c_str()), -1);
+  EXPECT_EQ(Get("k"), v127) << "a refused write leaves the value";
+
+  // The daemon's over-long write keeps its first 127 characters.
+  EXPECT_EQ(kvlink_set("k", (std::string(127, 'c') + "XYZ").c_str()), 0);
+  EXPECT_EQ(Get("k"), std::string(127, 'c'));
+
+  // A short buffer gets what fits and a NUL; a key without value leaves it.
+  char small[4] = {'?', '?', '?', '?'};
+  EXPECT_EQ(kvlink_get("k", small, sizeof small), 0);
+  EXPECT_STREQ(small, "ccc");
+  char untouched[8] = "keep";
+  EXPECT_EQ(kvlink_get("no.such.key", untouched, sizeof untouched), -1);
+  EXPECT_STREQ(untouched, "keep");
+  kvlink_set("empty", "");
+  EXPECT_EQ(kvlink_get("empty", untouched, sizeof untouched), 0) << "empty text is a value";
+  EXPECT_STREQ(untouched, "");
+}
+
+TEST_F(SimBus, DaemonWritesNotifyOnTheCallersThreadEveryTime) {
+  kvlink_listen("ptz.run_mode", RecordA);
+  kvlink_listen("ptz.run_mode", CutValue);
+  kvlink_listen("ptz.run_mode", RecordB);
+  std::thread([] { kvlink_set("ptz.run_mode", "go_preset:5"); }).join();
+  kvlink_set("ptz.run_mode", "go_preset:5");
+  EXPECT_EQ(g_heard, (std::vector<std::string>{"A:ptz.run_mode=go_preset:5", "cut",
+                                               "B:ptz.run_mode=go_preset:5",
+                                               "A:ptz.run_mode=go_preset:5", "cut",
+                                               "B:ptz.run_mode=go_preset:5"}))
+      << "each listener gets its own copy; a repeated text notifies again";
+  EXPECT_EQ(g_heard_on, std::this_thread::get_id());
+  EXPECT_EQ(Get("ptz.run_mode"), "go_preset:5") << "cutting the copy leaves the store";
+  EXPECT_FALSE(sim::bus_has_pending());
+}
+
+TEST_F(SimBus, OtherWritesWaitForDeliveryInOrder) {
+  kvlink_listen("ptz.", RecordA);
+  sim::bus_write(sim::Origin::External, "ptz.run_mode", "first");
+  sim::bus_write(sim::Origin::Sim, "ptz.lens.get_pos.zoom", "100");
+  sim::bus_write(sim::Origin::External, "ptz.run_mode", "second");
+  EXPECT_TRUE(g_heard.empty());
+  EXPECT_EQ(Get("ptz.run_mode"), "second") << "stored at once, notified later";
+  ASSERT_TRUE(sim::bus_has_pending());
+  sim::bus_deliver_pending();
+  EXPECT_EQ(g_heard, (std::vector<std::string>{"A:ptz.run_mode=first",
+                                               "A:ptz.lens.get_pos.zoom=100",
+                                               "A:ptz.run_mode=second"}))
+      << "each notification carries the value as written";
+  EXPECT_FALSE(sim::bus_has_pending());
+
+  // Deliveries are serialised: a listener that lets time pass does not get
+  // the next notification delivered inside itself.
+  g_heard.clear();
+  kvlink_listen("x.", DeliverAgain);
+  sim::bus_write(sim::Origin::External, "x.1", "a");
+  sim::bus_write(sim::Origin::External, "x.2", "b");
+  sim::bus_deliver_pending();
+  EXPECT_EQ(g_heard, (std::vector<std::string>{"begin:x.1", "end:x.1", "begin:x.2", "end:x.2"}));
+}
+
+TEST_F(SimBus, TranscriptShowsWritesByOriginAndBusCalls) {
+  size_t first = sim::transcript_size();
+  char buf[128];
+  kvlink_initial();
+  kvlink_listen("ptz.status", RecordA);
+  kvlink_set("ptz.status", "0");
+  sim::bus_write(sim::Origin::External, "ptz.run_mode", "stop");
+  sim::bus_write(sim::Origin::Sim, "ptz.lens.get_pos.zoom", "5");
+  kvlink_get("ptz.status", buf, sizeof buf);
+  kvlink_restore_default("ptz.preset.position");
+  kvlink_log(0, 0, "localhost", "pan motor asleep\n");
+  sim::bus_put("sim.model_id", "1");
+  EXPECT_EQ(LinesSince(first),
+            (std::vector<std::string>{"call kvlink_initial()", "call kvlink_listen(ptz.status)",
+                                      "set ptz.status=0", "ext ptz.run_mode=stop",
+                                      "call kvlink_restore_default(ptz.preset.position)",
+                                      "log pan motor asleep"}));
+
+  sim::set_verbose(true);
+  first = sim::transcript_size();
+  sim::bus_write(sim::Origin::Sim, "ptz.lens.get_pos.zoom", "6");
+  kvlink_get("ptz.status", buf, sizeof buf);
+  kvlink_get_name("ptz.preset.position", 0, buf, sizeof buf);
+  EXPECT_EQ(LinesSince(first), (std::vector<std::string>{
+                                   "sim ptz.lens.get_pos.zoom=6", "call kvlink_get(ptz.status)",
+                                   "call kvlink_get_name(ptz.preset.position,0)"}));
+}
+
+TEST_F(SimBus, OnlyShortDottedNamesAreKeys) {
+  EXPECT_TRUE(sim::bus_key_valid("ptz.run_mode"));
+  EXPECT_TRUE(sim::bus_key_valid("A-z_0.9"));
+  EXPECT_TRUE(sim::bus_key_valid(std::string(127, 'k').c_str()));
+  EXPECT_FALSE(sim::bus_key_valid(std::string(128, 'k').c_str()));
+  EXPECT_FALSE(sim::bus_key_valid(""));
+  EXPECT_FALSE(sim::bus_key_valid(nullptr));
+  for (const char* bad : {"a b", "a=b", "a/b", "a\nb", "a#b", "\xc3\xa9"}) {
+    EXPECT_FALSE(sim::bus_key_valid(bad)) << bad;
+  }
+  EXPECT_EQ(kvlink_set("a b", "v"), -1);
+  EXPECT_EQ(sim::bus_write(sim::Origin::External, "a=b", "v"), -1);
+  EXPECT_EQ(sim::bus_put("", "v"), -1);
+  EXPECT_TRUE(Visit("").empty());
+}
+
+// A fresh folder under the temporary directory.
+std::string MakeTempFolder() {
+  std::string pattern = (getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp") + std::string("/busXXXXXX");
+  return mkdtemp(pattern.data()) ? pattern : "";
+}
+
+TEST_F(SimBus, FileStoreKeepsEveryWriteAcrossRestartsAndKills) {
+  std::string folder = MakeTempFolder();
+  ASSERT_FALSE(folder.empty());
+  std::string file = folder + "/bus.db";
+
+  ASSERT_EQ(sim::bus_open(file.c_str()), 0);
+  kvlink_set("ptz.system.max_speed", "300");
+  kvlink_set("ptz.preset.position.999", "first");
+  sim::bus_close();
+
+  // A process killed without closing anything keeps what it wrote.
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    if (sim::bus_open(file.c_str()) != 0) _exit(3);
+    kvlink_set("ptz.preset.position.999", "second");
+    kvlink_set("ptz.system.max_speed", "720");
+    raise(SIGKILL);
+    _exit(4);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "child status " << status;
+
+  ASSERT_EQ(sim::bus_open(file.c_str()), 0);
+  EXPECT_EQ(Get("ptz.system.max_speed"), "720");
+  char name[128];
+  ASSERT_EQ(kvlink_get_name("ptz.preset.position", 1, name, sizeof name), 0);
+  EXPECT_EQ(Get(name), "second");
+  kvlink_set("ptz.preset.position.999", "third");
+  EXPECT_EQ(Visit("ptz.preset.position").back(), "ptz.preset.position.2=third")
+      << "appends continue after the reopened entries";
+  sim::bus_close();
+
+  // Something that is not a store is refused and left as it was.
+  std::string junk = folder + "/junk.db";
+  std::ofstream(junk) << "not a database, but somebody's file\n";
+  EXPECT_EQ(sim::bus_open(junk.c_str()), -1);
+  std::ifstream back(junk);
+  std::string line;
+  std::getline(back, line);
+  EXPECT_EQ(line, "not a database, but somebody's file");
+  EXPECT_EQ(sim::bus_open((folder + "/no/such/folder/bus.db").c_str()), -1);
+
+  std::string cleanup = "rm -rf '" + folder + "'";
+  EXPECT_EQ(system(cleanup.c_str()), 0);
+}
+
+TEST(SimSandbox, CameraPathsStayInsideTheRoot) {
+  std::string folder = MakeTempFolder();
+  ASSERT_FALSE(folder.empty());
+  std::string previous_root = sim::sandbox_root();
+  sim::sandbox_set_root((folder + "/root/").c_str());
+  EXPECT_EQ(std::string(sim::sandbox_root()), folder + "/root");
+  char out[4096];
+  sim::sandbox_path("/mnt/nand/pattern1.path", out, sizeof out);
+  EXPECT_EQ(std::string(out), folder + "/root/mnt/nand/pattern1.path");
+  sim::sandbox_path("/tmp/../../../etc/passwd", out, sizeof out);
+  EXPECT_EQ(std::string(out), folder + "/root/etc/passwd");
+  sim::sandbox_path("tmp/./a//b/..", out, sizeof out);
+  EXPECT_EQ(std::string(out), folder + "/root/tmp/a");
+  sim::sandbox_path("/..", out, sizeof out);
+  EXPECT_EQ(std::string(out), folder + "/root");
+  char tiny[8];
+  sim::sandbox_path("/tmp/x", tiny, sizeof tiny);
+  EXPECT_STREQ(tiny, "") << "a path that does not fit is no path";
+
+  sim::sandbox_path("/mnt/nand/deep/file", out, sizeof out);
+  ASSERT_EQ(sim::sandbox_make_parents(out), 0);
+  struct stat st;
+  ASSERT_EQ(stat((folder + "/root/mnt/nand/deep").c_str(), &st), 0);
+  EXPECT_TRUE(S_ISDIR(st.st_mode));
+  sim::sandbox_set_root(previous_root.c_str());
+  std::string cleanup = "rm -rf '" + folder + "'";
+  EXPECT_EQ(system(cleanup.c_str()), 0);
+}
+
+}  // namespace

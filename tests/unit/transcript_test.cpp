@@ -1,0 +1,133 @@
+// The transcript: line format, console text split into lines, getters shown
+// only when verbose, the line hook, and the virtual clock's stepping.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "core.h"
+#include "platform/os.h"
+
+namespace {
+
+std::vector<std::string> g_hooked;
+void RecordLine(const char* line) { g_hooked.push_back(line); }
+
+class Transcript : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    sim::clock_init(sim::ClockMode::Virtual);
+    sim::set_verbose(false);
+    sim::console_flush();
+    sink_ = tmpfile();
+    sim::transcript_open(sink_);
+    first_ = sim::transcript_size();
+    g_hooked.clear();
+  }
+  void TearDown() override {
+    sim::transcript_open(nullptr);
+    sim::set_line_hook(nullptr);
+    fclose(sink_);
+  }
+  // Lines added since SetUp, without their times.
+  std::vector<std::string> Added() const {
+    std::vector<std::string> lines;
+    for (size_t i = first_; i < sim::transcript_size(); ++i) lines.push_back(sim::transcript_line(i));
+    return lines;
+  }
+  // Everything written to the sink.
+  std::string Sink() const {
+    fflush(sink_);
+    rewind(sink_);
+    std::string text;
+    for (int c; (c = fgetc(sink_)) != EOF;) text += static_cast<char>(c);
+    return text;
+  }
+  FILE* sink_ = nullptr;
+  size_t first_ = 0;
+};
+
+TEST_F(Transcript, LinesCarryTimeKindAndText) {
+  sim::trace(sim::Kind::Set, "%s=%s", "ptz.status", "2");
+  sim::trace(sim::Kind::Sh, "cp /tmp/a /tmp/b");
+  sim::mark_daemon_start();
+  sim::sleep_ns(1234567890);  // stamps round to the millisecond
+  sim::trace(sim::Kind::Exit, "%d", 1);
+  sim::trace(sim::Kind::File, "/tmp/x: %s", "");
+  EXPECT_EQ(Sink(), "0.000 set ptz.status=2\n0.000 sh cp /tmp/a /tmp/b\n1.235 exit 1\n1.235 file /tmp/x: \n");
+  EXPECT_EQ(Added(), (std::vector<std::string>{"set ptz.status=2", "sh cp /tmp/a /tmp/b", "exit 1",
+                                               "file /tmp/x: "}));
+}
+
+TEST_F(Transcript, ConsoleTextIsSplitAtLineFeeds) {
+  sim::set_line_hook(RecordLine);
+  os_printf("in ");
+  os_printf("loop\n\nWait Motor Init %d %d\nrest", 1, 0);
+  EXPECT_EQ(Added(), (std::vector<std::string>{"out in loop", "out ", "out Wait Motor Init 1 0"}));
+  os_puts("done");  // the partial line goes on until its line feed
+  sim::console_write("tail", 4);
+  sim::console_flush();
+  sim::console_flush();  // nothing pending: no empty line
+  std::vector<std::string> expected{"out in loop", "out ", "out Wait Motor Init 1 0", "out restdone",
+                                    "out tail"};
+  EXPECT_EQ(Added(), expected);
+  EXPECT_EQ(g_hooked, expected);
+}
+
+TEST_F(Transcript, GettersAppearOnlyWhenVerbose) {
+  sim::trace_call(true, "GetPanPos(%d)", 1234);
+  sim::trace_call(false, "PanABSMove(%d,%d,%d)", 1, 7200, 100);
+  sim::set_verbose(true);
+  sim::trace_call(true, "GetFocalLength(%g)", 4.7);
+  sim::set_verbose(false);
+  EXPECT_EQ(Added(), (std::vector<std::string>{"call PanABSMove(1,7200,100)", "call GetFocalLength(4.7)"}));
+}
+
+TEST_F(Transcript, LongTextIsKeptWhole) {
+  std::string record(3000, 'x');
+  sim::trace(sim::Kind::Call, "Init_Setup_PID(%s)", record.c_str());
+  EXPECT_EQ(Added().back(), "call Init_Setup_PID(" + record + ")");
+}
+
+// Step hook of the clock test: records when it ran and, like the runner,
+// drops the wake it has reached.
+std::vector<int64_t> g_hook_times;
+int64_t g_wake_at = INT64_MAX;
+void RecordStep() {
+  g_hook_times.push_back(sim::now_ns() - sim::kVirtualBootNs);
+  if (sim::now_ns() >= g_wake_at) g_wake_at = INT64_MAX;
+  sim::set_wake_ns(g_wake_at);
+}
+// Asks the clock to stop for the hook at boot + ns.
+void WakeAt(int64_t ns) {
+  g_wake_at = sim::kVirtualBootNs + ns;
+  sim::set_wake_ns(g_wake_at);
+}
+
+TEST_F(Transcript, VirtualSleepStepsAndStopsAtTheWake) {
+  sim::set_step_hook(RecordStep);
+  WakeAt(15000000);  // the scenario acts at 15 ms
+  g_hook_times.clear();
+  sim::sleep_ns(25000000);
+  EXPECT_EQ(g_hook_times, (std::vector<int64_t>{10000000, 15000000, 25000000}));
+  g_hook_times.clear();
+  WakeAt(25000000);  // due now: acts before time passes
+  sim::sleep_ns(0);
+  EXPECT_EQ(g_hook_times, (std::vector<int64_t>{25000000}));
+  sim::set_step_hook(nullptr);
+  os_sleep(3);
+  struct timespec ts;
+  os_clock_raw(&ts);
+  EXPECT_EQ(ts.tv_sec, 1003);
+  EXPECT_EQ(ts.tv_nsec, 25000000);
+  time_t now = os_time();
+  struct tm tm;
+  os_localtime(&now, &tm);  // 2026-01-05 00:00:03 UTC, a Monday
+  EXPECT_EQ(tm.tm_year, 126);
+  EXPECT_EQ(tm.tm_wday, 1);
+  EXPECT_EQ(tm.tm_sec, 3);
+}
+
+}  // namespace
