@@ -63,6 +63,9 @@ enum class Kind { Out, Set, Ext, Call, Sh, Sim, Log, Exit, Bus, File };
 
 void transcript_open(FILE* sink);  // nullptr: keep in memory only
 void set_verbose(bool verbose);
+// Whether lines are kept in memory in virtual mode (the default); long
+// fuzzing and benchmark runs turn it off.
+void transcript_keep(bool keep);
 bool verbose();
 // Adds one line "TIME KIND TEXT". Safe from any thread.
 void trace(Kind kind, const char* fmt, ...) __attribute__((format(printf, 2, 3)));

@@ -22,6 +22,7 @@
 #include "bus_protocol.h"
 #include "bus_server.h"
 #include "core.h"
+#include "factory_defaults.h"
 
 namespace sim {
 namespace {
@@ -168,11 +169,13 @@ int realtime_start(const std::string& state, std::string* error) {
   if (r.lock_fd < 0) return -1;
   clock_init(ClockMode::Real);
   std::string store = state + "/bus.db";
+  bool fresh = access(store.c_str(), F_OK) != 0;
   if (bus_open(store.c_str()) != 0) {
     *error = "cannot open the bus store " + store;
     undo_start();
     return -1;
   }
+  if (fresh) put_factory_defaults();
   if (!prepare_sandbox(state + "/root", error) || !open_transcript(state, error)) {
     undo_start();
     return -1;

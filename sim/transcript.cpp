@@ -30,6 +30,7 @@ Transcript& transcript() {
 }
 
 std::atomic<bool> g_verbose{false};
+std::atomic<bool> g_keep{true};
 std::atomic<LineHook> g_line_hook{nullptr};
 
 // Formats printf arguments into a string of any length.
@@ -62,7 +63,7 @@ const char* add_locked(Transcript& t, Kind kind, const std::string& text) {
     fputc('\n', t.sink);
   }
   // Real-time runs last for weeks: only the scenario runner needs the lines.
-  if (!virtual_mode()) return nullptr;
+  if (!virtual_mode() || !g_keep.load()) return nullptr;
   t.lines.push_back(std::move(line));
   t.kind_at.push_back(n);
   return t.lines.back().c_str() + n;
@@ -89,6 +90,8 @@ void transcript_open(FILE* sink) {
 }
 
 void set_verbose(bool verbose) { g_verbose.store(verbose); }
+
+void transcript_keep(bool keep) { g_keep.store(keep); }
 
 bool verbose() { return g_verbose.load(); }
 
