@@ -76,7 +76,9 @@ class SimBus : public ::testing::Test {
 
 TEST_F(SimBus, PresetListAppendsListsByIndexAndEmpties) {
   for (int i = 0; i < 12; ++i) {
-    ASSERT_EQ(kvlink_set("ptz.preset.position.999", ("p" + std::to_string(i)).c_str()), 0);
+    char value[16];
+    snprintf(value, sizeof value, "p%d", i);
+    ASSERT_EQ(kvlink_set("ptz.preset.position.999", value), 0);
   }
   char name[128];
   ASSERT_EQ(kvlink_get_name("ptz.preset.position", 0, name, sizeof name), 0);
