@@ -118,16 +118,17 @@ int os_puts(const char* text) {
 void os_signal(int signo, OsSignalHandler handler) {
   if (signo <= 0 || signo >= sim::kSignalCount) return;
   sim::g_handlers[signo].store(handler);
-  if (!sim::virtual_mode()) signal(signo, handler);
 }
 
 void os_exit(int status) {
-  if (!sim::virtual_mode()) {
-    fflush(stdout);
-    exit(status);
-  }
   sim::console_flush();
   sim::trace(sim::Kind::Exit, "%d", status);
+  if (!sim::virtual_mode()) {
+    // Other camera threads may be mid-call: end without running their
+    // destructors or atexit work. The store has committed every write.
+    fflush(stdout);
+    _exit(status);
+  }
   sim::ExitHook hook = sim::g_exit_hook.load();
   if (hook) hook(status);
   exit(status);

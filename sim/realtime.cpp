@@ -39,6 +39,7 @@ struct Realtime {
   std::condition_variable wake;    // ends the world thread's wait early
   std::thread world;               // steps the physics
   std::thread bus;                 // delivers notifications
+  std::thread signals;             // hands SIGINT, SIGQUIT, SIGTERM to the daemon
   int lock_fd = -1;                // holds the state folder
   FILE* transcript = nullptr;      // transcript.log
 };
@@ -75,10 +76,41 @@ void bus_loop() {
   }
 }
 
-// Starts the world, bus and socket threads with the process signals blocked,
-// so that SIGINT and friends reach the daemon's thread. -1 with *error.
+// The signals the daemon installs a handler for.
+sigset_t daemon_signals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (int signo : {SIGINT, SIGQUIT, SIGTERM}) sigaddset(&set, signo);
+  return set;
+}
+
+// Takes the daemon's signals and runs its handler on this thread, as the
+// kernel may deliver a process signal to any thread. The daemon's handler
+// prints and exits; run inside an interrupted daemon thread it could meet a
+// lock that thread holds (the transcript's, the camera's).
+void signal_loop() {
+  sigset_t set = daemon_signals();
+  for (;;) {
+    int signo = 0;
+    if (sigwait(&set, &signo) != 0) continue;
+    if (rt().quit) return;
+    SignalHandler handler = installed_signal_handler(signo);
+    if (handler != nullptr) {
+      handler(signo);
+      continue;
+    }
+    trace(Kind::Exit, "%d", 128 + signo);  // the default action: end
+    fflush(stdout);
+    _exit(128 + signo);
+  }
+}
+
+// Starts the world, bus, signal and socket threads. The daemon's signals
+// stay blocked in every thread, the caller's included, so that only the
+// signal thread takes them. -1 with *error.
 int start_threads(const std::string& state, std::string* error) {
-  sigset_t all, old;
+  sigset_t all, old, daemon = daemon_signals();
+  pthread_sigmask(SIG_BLOCK, &daemon, nullptr);
   sigfillset(&all);
   for (int sync_signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) {
     sigdelset(&all, sync_signal);
@@ -89,8 +121,10 @@ int start_threads(const std::string& state, std::string* error) {
     rt().quit = false;
     rt().world = std::thread(world_loop);
     rt().bus = std::thread(bus_loop);
+    rt().signals = std::thread(signal_loop);
   }
   pthread_sigmask(SIG_SETMASK, &old, nullptr);
+  if (result != 0) pthread_sigmask(SIG_UNBLOCK, &daemon, nullptr);
   return result;
 }
 
@@ -205,6 +239,10 @@ void realtime_stop() {
   bus_wake_waiters();
   r.world.join();
   r.bus.join();
+  pthread_kill(r.signals.native_handle(), SIGTERM);  // wakes sigwait to see quit
+  r.signals.join();
+  sigset_t daemon = daemon_signals();
+  pthread_sigmask(SIG_UNBLOCK, &daemon, nullptr);
   undo_start();
   r.running = false;
 }

@@ -297,6 +297,7 @@ void run_scenario(const Scenario& scenario, const RunOptions& options, DaemonMai
   g_run.scenario = &scenario;
   g_run.keep_dir = keep_dir;
   g_run.report_fd = report_fd;
+  g_run.mark = transcript_size();  // a forked child inherits its parent's lines
   std::string why = set_up(options, sandbox);
   if (!why.empty()) finish(scenario.path + ": " + why);
   // The directives before the first wait or await prepare the camera.

@@ -8,26 +8,17 @@
 #include "control/control.h"
 #include "control/publish.h"
 #include "control/run_mode.h"
-#include "core.h"
-#include "slewd/startup.h"
+#include "daemon_fixture.h"
 #include "tours/presets.h"
 
 namespace {
 
-class RunMode : public ::testing::Test {
+class RunMode : public DaemonTest {
  protected:
-  static void SetUpTestSuite() {
-    sim::clock_init(sim::ClockMode::Virtual);
-    sim::bus_open(":memory:");
-    sim::world_init();
-    sim::mark_daemon_start();
-    pthread_mutex_init(&gPanLimitMutex, nullptr);
-    ClearPresets();
-  }
   void SetUp() override {
+    DaemonTest::SetUp();
     giNewMode = kModeIdle;
     giPatternRun = 0;
-    mark_ = sim::transcript_size();
   }
   // Delivers a command as the bus does (non-null key).
   static void Bus(const char* command) {
@@ -36,15 +27,6 @@ class RunMode : public ::testing::Test {
     snprintf(value, sizeof value, "%s", command);
     OnRunMode(key, value);
   }
-  // Transcript lines since the test began that contain text.
-  int Count(const char* text) const {
-    int n = 0;
-    for (size_t i = mark_; i < sim::transcript_size(); i++) {
-      if (strstr(sim::transcript_line(i), text) != nullptr) n++;
-    }
-    return n;
-  }
-  size_t mark_ = 0;
 };
 
 TEST_F(RunMode, FirstVerbInOrderOfSearchWinsAnywhereInTheText) {

@@ -1,0 +1,39 @@
+// A daemon test against the simulated camera in virtual time, in-process:
+// the camera is powered on once per suite, and the transcript can be
+// searched from a mark.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <cstring>
+
+#include "core.h"
+#include "slewd/startup.h"
+#include "tours/presets.h"
+
+class DaemonTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    sim::clock_init(sim::ClockMode::Virtual);
+    sim::bus_open(":memory:");
+    sim::world_init();
+    sim::mark_daemon_start();
+    pthread_mutex_init(&gPanLimitMutex, nullptr);
+    ClearPresets();
+  }
+  void SetUp() override { Mark(); }
+  // Later counts look only at lines added after this.
+  void Mark() { mark_ = sim::transcript_size(); }
+  // Transcript lines since the mark that contain text.
+  int Count(const char* text) const {
+    int n = 0;
+    for (size_t i = mark_; i < sim::transcript_size(); i++) {
+      if (strstr(sim::transcript_line(i), text) != nullptr) n++;
+    }
+    return n;
+  }
+
+ private:
+  size_t mark_ = 0;
+};
