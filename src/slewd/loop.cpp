@@ -209,10 +209,15 @@ static void BranchScan(LoopLocals* loop) {
   GuardsLive();
 }
 
-static void BranchAbs(LoopLocals* loop) {
+// What abs and relative do before their move.
+static void PositionMoveStart() {
   OsdClear();
   MovingStatus();
   ManualStatusRule();
+}
+
+static void BranchAbs(LoopLocals* loop) {
+  PositionMoveStart();
   GoPreset(giAbsPan, giAbsTilt, giAbsZoom, -1, -1, giMaxSpeed);
   BackToIdle();
   loop->iIdleTick = 0;
@@ -220,9 +225,7 @@ static void BranchAbs(LoopLocals* loop) {
 }
 
 static void BranchRelative(LoopLocals* loop) {
-  OsdClear();
-  MovingStatus();
-  ManualStatusRule();
+  PositionMoveStart();
   int32_t pan = OffsetPosition(giPanPos, giRelPan);
   int32_t tilt = OffsetPosition(giTiltPos, giRelTilt);
   GoPreset(pan, tilt, -1, -1, -1, giMaxSpeed);
