@@ -5,5 +5,5 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-deps.sh"
 cmake -S "$root" -B "$root/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-ninja -C "$root/build" slewd slewctl >/dev/null
+ninja -C "$root/build" slewd slewctl slewsim >/dev/null
 exec "$root/build/slewd" "$@"
