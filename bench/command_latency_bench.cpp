@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "slewd_process.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -60,13 +62,7 @@ int main(int argc, char** argv) {
   char folder[] = "/tmp/slewd-latency-XXXXXX";
   if (mkdtemp(folder) == nullptr) return 1;
   g_folder = folder;
-  pid_t daemon = fork();
-  if (daemon == 0) {
-    setenv("SLEWD_STATE", folder, 1);
-    freopen("/dev/null", "w", stdout);
-    execl(SLEWD_PATH, "slewd", (char*)nullptr);
-    _exit(127);
-  }
+  pid_t daemon = StartSlewd(folder);
   if (!AwaitTranscript("out in loop")) {
     fprintf(stderr, "slewd did not come up\n");
     return 1;
@@ -80,9 +76,7 @@ int main(int argc, char** argv) {
     Slewctl("ptz.run_mode", "stop");
     AwaitTranscript("call PanContinuousMove(0,0)");
   }
-  kill(daemon, SIGTERM);
-  waitpid(daemon, nullptr, 0);
-  system((std::string("rm -rf ") + folder).c_str());
+  StopSlewd(daemon, folder);
   if (ms.empty()) return 1;
   std::sort(ms.begin(), ms.end());
   printf("command to motion: median %.1f ms, worst %.1f ms, best %.1f ms (%zu tries)\n",

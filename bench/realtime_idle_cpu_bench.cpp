@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string>
 
+#include "slewd_process.h"
+
 namespace {
 
 // utime + stime of a process, in clock ticks.
@@ -32,21 +34,12 @@ int main(int argc, char** argv) {
   int seconds = argc > 1 ? atoi(argv[1]) : 30;
   char folder[] = "/tmp/slewd-bench-XXXXXX";
   if (mkdtemp(folder) == nullptr) return 1;
-  pid_t pid = fork();
-  if (pid == 0) {
-    setenv("SLEWD_STATE", folder, 1);
-    freopen("/dev/null", "w", stdout);
-    execl(SLEWD_PATH, "slewd", (char*)nullptr);
-    _exit(127);
-  }
+  pid_t pid = StartSlewd(folder);
   sleep(10);  // bring-up: calibration, levelling, lens
   long before = CpuTicks(pid);
   sleep(seconds);
   long after = CpuTicks(pid);
-  kill(pid, SIGTERM);
-  waitpid(pid, nullptr, 0);
-  std::string cleanup = std::string("rm -rf ") + folder;
-  system(cleanup.c_str());
+  StopSlewd(pid, folder);
   if (before < 0 || after < 0) return 1;
   double cpu = (double)(after - before) / sysconf(_SC_CLK_TCK);
   printf("idle slewd: %.3f s of CPU in %d s, %.2f%% of one core\n", cpu, seconds, 100.0 * cpu / seconds);

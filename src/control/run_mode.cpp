@@ -95,7 +95,8 @@ static void NamedClose(const char* line) {
   StopTracker();
 }
 
-void ArmTimers() {
+// Recovery deadlines as a command arms them, from a fresh clock reading.
+static void ArmTimers() {
   int32_t now = NowSeconds();
   ArmRecoverRule(now);
   ArmScheduleRule(now);

@@ -11,6 +11,3 @@ int ParseAbs(const char* text, int32_t* first, int32_t* second, int32_t* third);
 int ParseRelative(const char* text, int32_t* first, int32_t* second);
 // The manual speed computation of manual:, into giManualPan/Tilt/Zoom.
 void ComputeManualSpeeds(const char* args);
-
-// Recovery deadlines as a command arms them (fresh clock reading).
-void ArmTimers();
