@@ -24,6 +24,8 @@ static constexpr int32_t kTopSpeed = 720;
 static constexpr int32_t kEisFastSpeed = 135;
 static constexpr int kLensMoving = 2;
 
+int32_t DriverSpeed(int32_t speed) { return (int32_t)(uint32_t)((uint64_t)(int64_t)speed * 10u); }
+
 int32_t PanMoveDirection(int32_t from, int32_t to) {
   int64_t d = to < from ? (int64_t)from - to : (int64_t)to - from;
   if (d == 0 || 65535 - d == 0) return -1;
@@ -170,7 +172,7 @@ int32_t GoPreset(int32_t pan, int32_t tilt, int32_t zoom, int32_t focus, int32_t
   if (speed > kTopSpeed) speed = kTopSpeed;
   os_printf("Go Preset:%d %d %d %d %d\n", pan, tilt, zoom, focus, speed);
   EisGuard(speed);
-  int32_t driverSpeed = (int32_t)(uint32_t)((uint64_t)(int64_t)speed * 10u);
+  int32_t driverSpeed = DriverSpeed(speed);
   StartAxes(pan, tilt, driverSpeed, true, true);
   if (zoom >= 0) StartZoom(zoom, focus, prefocus);
   ShowPresetName();
@@ -182,7 +184,7 @@ int32_t GoPreset(int32_t pan, int32_t tilt, int32_t zoom, int32_t focus, int32_t
 }
 
 int32_t GoTrackPosition(int32_t pan, int32_t tilt, int32_t zoom, int32_t focus, int32_t speed) {
-  int32_t driverSpeed = (int32_t)(uint32_t)((uint64_t)(int64_t)speed * 10u);
+  int32_t driverSpeed = DriverSpeed(speed);
   StartAxes(pan, tilt, driverSpeed, false, false);
   if (zoom >= 0) SetLensZoom(zoom);
   WaitForArrival(true);

@@ -15,6 +15,8 @@ int32_t GoPreset(int32_t pan, int32_t tilt, int32_t zoom, int32_t focus, int32_t
                  int32_t speed);
 // The lean move of tracking: no freeze, EIS, limit steps, prefocus or name.
 int32_t GoTrackPosition(int32_t pan, int32_t tilt, int32_t zoom, int32_t focus, int32_t speed);
+// Driver units of a speed (ten times), wrapped to 32 bits.
+int32_t DriverSpeed(int32_t speed);
 // Direction of the shorter way from `from` to `to` (0 up, 1 down), or -1
 // when the pan is there already (65535 steps away counts as there).
 int32_t PanMoveDirection(int32_t from, int32_t to);

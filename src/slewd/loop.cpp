@@ -185,7 +185,9 @@ static void BranchPatrol(LoopLocals* loop) {
   giRecoverDeadline = -1;
   loop->iIdleTick = 0;
   GuardsLive();
-  giRunMode = RunPatrol(giNewMode, loop->now_s);
+  int32_t next = RunPatrol(giNewMode, loop->now_s);
+  // Scan and ois_test start on idle's way into them: hand those over there.
+  giRunMode = (next == kModeScan || next == kModeOisTest) ? kModeIdle : next;
 }
 
 static void BranchPattern(LoopLocals* loop) {

@@ -44,7 +44,9 @@ void RearmAfterPattern(int32_t now, int32_t scheduleMode) {
 static void RecoverTest(int32_t now, Shared& guard) {
   int32_t deadline = giRecoverDeadline;
   if (deadline <= 0 || guard != 0 || giRecoverTime <= 0 || giRunMode != kModeIdle) return;
-  if (giScheduleEnable != 0 && CheckSchedule() != -1) return;
+  int32_t enable = giScheduleEnable;
+  bool noEntry = enable == 0 || (enable == 1 && CheckSchedule() == -1);
+  if (!noEntry) return;
   if (now <= deadline) return;
   giRecoverDeadline = -1;
   guard = -1;
