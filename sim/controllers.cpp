@@ -10,6 +10,8 @@
 namespace sim {
 
 int MotorController::write(const uint8_t* bytes, int count) {
+  if (update_restarting(fw)) return -1;
+  if (update_write(fw, bytes, count)) return 0;
   if (count >= 2 && count <= 5) {
     uint32_t value = 0;
     for (int i = 1; i < count; i++) value = value << 8 | bytes[i];
@@ -23,8 +25,10 @@ int MotorController::write(const uint8_t* bytes, int count) {
   return 0;
 }
 
-int MotorController::read(const uint8_t*, int, uint8_t* rx, int rxcount) {
+int MotorController::read(const uint8_t* tx, int txcount, uint8_t* rx, int rxcount) {
   reads++;
+  if (update_restarting(fw)) return -1;
+  if (update_read(fw, tx, txcount, rx, rxcount)) return 0;
   if (rx && rxcount > 0) memset(rx, 0, static_cast<size_t>(rxcount));
   return 0;
 }

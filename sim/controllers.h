@@ -10,6 +10,8 @@
 #include <map>
 #include <vector>
 
+#include "update_protocol.h"
+
 namespace sim {
 
 constexpr int kControllerBus = 2;
@@ -34,9 +36,9 @@ class I2cDevice {
   virtual int read(const uint8_t* tx, int txcount, uint8_t* rx, int rxcount) = 0;
 };
 
-// A motor controller in normal mode: a write of one register byte and 1 to 4
-// value bytes, high byte first, sets that register; reads answer zeros.
-// Further protocols (firmware update) get their own dispatch in write/read.
+// A motor controller: the firmware-update protocol takes its own commands
+// (update_protocol.h); any other write of one register byte and 1 to 4 value
+// bytes, high byte first, sets that register; other reads answer zeros.
 class MotorController : public I2cDevice {
  public:
   int write(const uint8_t* bytes, int count) override;
@@ -47,6 +49,7 @@ class MotorController : public I2cDevice {
   std::vector<RegisterWrite> write_log;    // every register write, in order
   int other_writes = 0;                    // writes that set no register
   int reads = 0;
+  FirmwareUpdate fw;                       // the update protocol's state and knobs
 };
 
 // Write-and-read-back PID store of one controller (SetTorvan/GetTorvan).

@@ -82,14 +82,13 @@ void knobs_load(World& w) {
 
 bool knob_apply(World& w, const char* key, const char* value) {
   if (!key || !value) return false;
+  int applied = firmware_knob(w.controllers, key, value);  // 1 applied, 0 bad, -1 not one of its
   for (const Knob& k : kKnobs) {
-    if (strcmp(k.key, key) != 0) continue;
-    if (k.apply(w, value)) return true;
-    fprintf(stderr, "%s: bad value \"%s\", knob unchanged\n", key, value);
-    return false;
+    if (applied < 0 && strcmp(k.key, key) == 0) applied = k.apply(w, value) ? 1 : 0;
   }
-  fprintf(stderr, "%s: no such knob, ignored\n", key);
-  return false;
+  if (applied == 0) fprintf(stderr, "%s: bad value \"%s\", knob unchanged\n", key, value);
+  if (applied < 0) fprintf(stderr, "%s: no such knob, ignored\n", key);
+  return applied == 1;
 }
 
 }  // namespace sim

@@ -48,6 +48,9 @@ bool wire_bytes(int cmd, const uint8_t* buf, int count, std::vector<uint8_t>* ou
   return true;
 }
 
+// A controller in firmware-update mode, or restarting, refuses moves.
+bool refused_by_update(const sim::MotorController& mc) { return sim::update_holds_axis(mc.fw); }
+
 }  // namespace
 
 extern "C" {
@@ -57,18 +60,21 @@ extern "C" {
 int PanContinuousMove(int dir, int speed) {
   auto lock = hold();
   sim::trace_call(false, "PanContinuousMove(%d,%d)", dir, speed);
+  if (refused_by_update(the_world().controllers.pan)) return -1;
   return sim::axis_continuous(the_world().pan, dir == 0, speed);
 }
 
 int TiltContinuousMove(int dir, int speed) {
   auto lock = hold();
   sim::trace_call(false, "TiltContinuousMove(%d,%d)", dir, speed);
+  if (refused_by_update(the_world().controllers.tilt)) return -1;
   return sim::axis_continuous(the_world().tilt, dir == 0, speed);
 }
 
 int PanABSMove(int dir, int speed, int pos) {
   auto lock = hold();
   sim::trace_call(false, "PanABSMove(%d,%d,%d)", dir, speed, pos);
+  if (refused_by_update(the_world().controllers.pan)) return -1;
   return sim::axis_absolute(the_world().pan, dir == 0, speed, pos);
 }
 
@@ -76,6 +82,7 @@ int PanABSMove(int dir, int speed, int pos) {
 int TiltABSMove(int dir, int speed, int pos) {
   auto lock = hold();
   sim::trace_call(false, "TiltABSMove(%d,%d,%d)", dir, speed, pos);
+  if (refused_by_update(the_world().controllers.tilt)) return -1;
   return sim::axis_absolute(the_world().tilt, dir != 0, speed, pos);
 }
 

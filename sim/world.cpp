@@ -36,7 +36,7 @@ void lens_power_on_from_bus(World& w) {
 
 // True when a step can change anything.
 bool world_active(const World& w) {
-  return axis_active(w.pan) || axis_active(w.tilt) || lens_active(w.lens);
+  return axis_active(w.pan) || axis_active(w.tilt) || lens_active(w.lens) || firmware_active(w.controllers);
 }
 
 }  // namespace
@@ -70,6 +70,7 @@ void world_step(int64_t dt_ns) {
     axis_step(w.pan, dt);
     axis_step(w.tilt, dt);
     lens_step(w.lens, dt, w.elapsed_ns);
+    firmware_step(w.controllers, dt);
     dt_ns -= dt;
   }
 }

@@ -1,0 +1,61 @@
+// Motorola S-record text of a byte image, and the CRC the controller should
+// end with, for tests and benchmarks of the firmware update.
+#pragma once
+
+#include <zlib.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace srec {
+
+// S3 records of perRecord data bytes each, addresses from 0x08000000, with
+// an S0 header and an S7 trailer.
+inline std::string Records(const std::vector<uint8_t>& data, size_t perRecord = 32) {
+  std::string text = "S00F000068656C6C6F202020202000003C\n";
+  for (size_t at = 0; at < data.size(); at += perRecord) {
+    size_t count = data.size() - at < perRecord ? data.size() - at : perRecord;
+    uint32_t addr = 0x08000000u + static_cast<uint32_t>(at);
+    std::vector<uint8_t> body{static_cast<uint8_t>(count + 5), static_cast<uint8_t>(addr >> 24),
+                              static_cast<uint8_t>(addr >> 16), static_cast<uint8_t>(addr >> 8),
+                              static_cast<uint8_t>(addr)};
+    body.insert(body.end(), data.begin() + static_cast<long>(at), data.begin() + static_cast<long>(at + count));
+    uint8_t sum = 0;
+    for (uint8_t b : body) sum = static_cast<uint8_t>(sum + b);
+    body.push_back(static_cast<uint8_t>(~sum));
+    text += "S3";
+    char hex[3];
+    for (uint8_t b : body) {
+      snprintf(hex, sizeof hex, "%02X", b);
+      text += hex;
+    }
+    text += '\n';
+  }
+  return text + "S70508000000F2\n";
+}
+
+// n bytes of a pattern that differs from frame to frame.
+inline std::vector<uint8_t> Pattern(size_t n) {
+  std::vector<uint8_t> data(n);
+  for (size_t i = 0; i < n; i++) data[i] = static_cast<uint8_t>(i * 31 + i / 240);
+  return data;
+}
+
+// The image as the frames carry it: filled with 0xFF to whole frames of 240.
+inline std::vector<uint8_t> Framed(const std::vector<uint8_t>& data) {
+  std::vector<uint8_t> framed = data;
+  framed.resize((data.size() + 239) / 240 * 240, 0xff);
+  return framed;
+}
+
+// CRC-32 of the framed image, as the controller reports it.
+inline std::string Crc(const std::vector<uint8_t>& data) {
+  std::vector<uint8_t> framed = Framed(data);
+  char text[9];
+  snprintf(text, sizeof text, "%08lx", crc32(0L, framed.data(), static_cast<uInt>(framed.size())));
+  return text;
+}
+
+}  // namespace srec
