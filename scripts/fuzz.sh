@@ -1,17 +1,27 @@
 #!/usr/bin/env bash
-# Builds the fuzz target with clang (libFuzzer, ASan, UBSan) and runs it
-# for the given number of seconds (default 60). Exit 0 when nothing failed.
+# Builds the fuzz targets with clang (libFuzzer, ASan, UBSan) and runs each
+# from its seeds, sharing the given number of seconds (default 60) between
+# them. Exit 0 when nothing failed.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
 dir="$root/build-test/fuzz"
+# target:seed folder under tests/fuzz:longest input
+targets=(command_fuzz:seeds:160 srecord_fuzz:srecord_seeds:4096)
 CC=clang CXX=clang++ cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DSLEWD_FUZZ=ON -DBUILD_TESTING=OFF >/dev/null
-ninja -C "$dir" command_fuzz >/dev/null
-mkdir -p "$dir/corpus"
-cp "$root"/tests/fuzz/seeds/* "$dir/corpus/"
+ninja -C "$dir" "${targets[@]%%:*}" >/dev/null
+share=$(( seconds / ${#targets[@]} ))
+[ "$share" -ge 1 ] || share=1
 status=0
-"$dir/command_fuzz" -max_total_time="$seconds" -max_len=160 -print_final_stats=1 \
-  "$dir/corpus" >"$dir/fuzz.log" 2>&1 || status=$?
-grep -E '^(stat::number_of_executed_units|stat::peak_rss_mb)|SUMMARY|ERROR' "$dir/fuzz.log" || true
+for entry in "${targets[@]}"; do
+  IFS=: read -r target seeds max_len <<<"$entry"
+  corpus="$dir/corpus-$target"
+  mkdir -p "$corpus"
+  cp "$root/tests/fuzz/$seeds"/* "$corpus/"
+  echo "-- $target"
+  "$dir/$target" -max_total_time="$share" -max_len="$max_len" -print_final_stats=1 \
+    "$corpus" >"$dir/$target.log" 2>&1 || status=$?
+  grep -E '^(stat::number_of_executed_units|stat::peak_rss_mb)|SUMMARY|ERROR' "$dir/$target.log" || true
+done
 exit $status
