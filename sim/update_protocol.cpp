@@ -169,7 +169,8 @@ bool update_write(FirmwareUpdate& fw, const uint8_t* b, int count) {
 }
 
 bool update_read(FirmwareUpdate& fw, const uint8_t* tx, int txcount, uint8_t* rx, int rxcount) {
-  int cmd = txcount >= 1 ? tx[0] : -1;
+  int cmd = tx != nullptr && txcount >= 1 ? tx[0] : -1;
+  if (rx == nullptr || rxcount < 1) return false;
   memset(rx, 0, static_cast<size_t>(rxcount));
   if (cmd == kUpdateMode) rx[0] = fw.update_mode ? 1 : 0;
   else if (cmd == kImageState) rx[0] = fw.image_good ? 1 : 0;
