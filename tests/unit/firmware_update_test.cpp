@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -85,7 +86,7 @@ class FirmwareUpdate : public ::testing::Test {
     uint8_t tx[2] = {static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
     uint8_t rx[3] = {9, 9, 9};
     ReadI2C_M(0x28, 0x9b, tx, 3, rx, 3);
-    return (rx[0] << 16 | rx[1] << 8) >> 8 << 8 | rx[2];
+    return (rx[0] << 8 | rx[1]) << 8 | rx[2];
   }
   static int Read(int cmd) {
     uint8_t v = 0xee;
