@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* kLogPath = "/tmp/mcuupate.log";
 constexpr int kLineBuffer = 256;
-constexpr int kFrameTail = 1 + kFwFrameData + 2;  // bytes of a data frame behind its command
+constexpr int kFrameTail = 2 + kFwFrameData + 1;  // number, data, checksum: behind the command
 constexpr int kFrameAttempts = 6;                 // attempts of one frame whose status fails
 
 // Update protocol commands.
