@@ -14,6 +14,7 @@ struct CamState {
   int ois_calls = 0;
   int lens_type = -1;           // SetLensType; -1 unset
   int dzoom = 0;                // sim.dzoom
+  double focal_mm = 0;          // sim.focal_mm; above 0 pins GetFocalLength
 
   // Model features (knobs)
   const char* model_id = "9417701";  // interned text, never freed

@@ -137,6 +137,9 @@ void sandbox_set_root(const char* root);
 const char* sandbox_root();
 // Maps a camera path to the host path under the sandbox root.
 void sandbox_path(const char* camera_path, char* out, size_t len);
+// Creates the folders a camera has from power-on (/tmp, /mnt/nand, /dev);
+// 0, or -1 when one cannot be made.
+int sandbox_make_camera_folders();
 // Creates the missing parent folders of a host path (before writing a file
 // there); 0, or -1 when a folder cannot be made.
 int sandbox_make_parents(const char* host_path);

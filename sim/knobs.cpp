@@ -45,6 +45,15 @@ bool set_pos(Axis& a, const char* value, int hi) {
   return true;
 }
 
+// A focal length in mm; empty or 0 lets it follow the zoom again.
+bool set_focal(double& field, const char* value) {
+  if (*value == '\0') {
+    field = 0;
+    return true;
+  }
+  return parse_decimal(value, &field);
+}
+
 bool set_clock(const char* value) {
   int64_t epoch = 0;
   if (!parse_utc_time(value, &epoch)) return false;
@@ -58,6 +67,7 @@ const Knob kKnobs[] = {
     {"sim.tilt_hall", [](World& w, const char* v) { return set_int(w.cam.tilt_hall, v); }},
     {"sim.lens_type", [](World& w, const char* v) { return set_int(w.cam.lens_type_feature, v); }},
     {"sim.dzoom", [](World& w, const char* v) { return set_int(w.cam.dzoom, v); }},
+    {"sim.focal_mm", [](World& w, const char* v) { return set_focal(w.cam.focal_mm, v); }},
     {"sim.i2c_nacks", [](World& w, const char* v) { return set_int_in(w.controllers.nacks_left, v, 0, 1 << 30); }},
     {"sim.pan.cali_s", [](World& w, const char* v) { return set_cali(w.pan, v); }},
     {"sim.tilt.cali_s", [](World& w, const char* v) { return set_cali(w.tilt, v); }},

@@ -132,15 +132,11 @@ int start_threads(const std::string& state, std::string* error) {
 // empty /dev/iav for it to open.
 bool prepare_sandbox(const std::string& root, std::string* error) {
   sandbox_set_root(root.c_str());
-  char host[4096];
-  for (const char* folder : {"/tmp", "/mnt/nand", "/dev"}) {
-    sandbox_path(folder, host, sizeof host);
-    std::string inside = std::string(host) + "/.";
-    if (sandbox_make_parents(inside.c_str()) != 0) {
-      *error = "cannot create the sandbox " + root + ": " + strerror(errno);
-      return false;
-    }
+  if (sandbox_make_camera_folders() != 0) {
+    *error = "cannot create the sandbox " + root + ": " + strerror(errno);
+    return false;
   }
+  char host[4096];
   sandbox_path("/dev/iav", host, sizeof host);
   int fd = open(host, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (fd >= 0) close(fd);

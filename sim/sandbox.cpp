@@ -70,4 +70,14 @@ int sandbox_make_parents(const char* host_path) {
   return 0;
 }
 
+int sandbox_make_camera_folders() {
+  char host[4096];
+  for (const char* folder : {"/tmp", "/mnt/nand", "/dev"}) {
+    sandbox_path(folder, host, sizeof host);
+    std::string inside = std::string(host) + "/.";
+    if (sandbox_make_parents(inside.c_str()) != 0) return -1;
+  }
+  return 0;
+}
+
 }  // namespace sim

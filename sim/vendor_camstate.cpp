@@ -57,7 +57,8 @@ int GetDZoom(int* dzoom) {
 
 int GetFocalLength(double* focal) {
   auto lock = hold();
-  double f = sim::lens_focal_length(the_world().lens.zoom.pos);
+  const sim::World& w = the_world();
+  double f = w.cam.focal_mm > 0 ? w.cam.focal_mm : sim::lens_focal_length(w.lens.zoom.pos);
   if (focal) *focal = f;
   sim::trace_call(true, "GetFocalLength(%g)", f);
   return focal ? 0 : -1;

@@ -20,6 +20,15 @@ bool parse_int(const char* text, int* out) {
   return true;
 }
 
+bool parse_decimal(const char* text, double* out) {
+  if (!text || !*text) return false;
+  char* end = nullptr;
+  double v = strtod(text, &end);
+  if (*end || end == text || !std::isfinite(v) || v < 0) return false;
+  *out = v;
+  return true;
+}
+
 bool parse_seconds(const char* text, int64_t* out_ns) {
   if (!text || !*text) return false;
   char* end = nullptr;

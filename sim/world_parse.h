@@ -8,6 +8,8 @@ namespace sim {
 
 // Decimal integer with optional sign, in int range.
 bool parse_int(const char* text, int* out);
+// Non-negative finite decimal number, fractions allowed.
+bool parse_decimal(const char* text, double* out);
 // Non-negative decimal number of seconds, fractions allowed; returns ns.
 bool parse_seconds(const char* text, int64_t* out_ns);
 // "YYYY-MM-DD HH:MM:SS" taken as UTC; returns seconds since the epoch.

@@ -285,6 +285,7 @@ std::string set_up(const RunOptions& options, const std::string& sandbox) {
     transcript_open(g_run.transcript_file);
   }
   sandbox_set_root(sandbox.c_str());
+  if (sandbox_make_camera_folders() != 0) return "cannot create the camera's folders in " + sandbox;
   if (bus_open(":memory:") != 0) return "cannot open the bus";
   return "";
 }

@@ -8,11 +8,12 @@
 #include "platform/kvlink.h"
 #include "platform/os.h"
 
-int32_t TextToInt(const char* text) {
+const char* ScanInt(const char* text, int32_t* out) {
   const char* p = text;
   while (*p == ' ' || (*p >= '\t' && *p <= '\r')) p++;
   bool negative = false;
   if (*p == '+' || *p == '-') negative = (*p++ == '-');
+  if (*p < '0' || *p > '9') return nullptr;
   int64_t value = 0;
   for (; *p >= '0' && *p <= '9'; p++) {
     value = value * 10 + (*p - '0');
@@ -20,6 +21,30 @@ int32_t TextToInt(const char* text) {
   }
   if (negative) value = -value;
   if (value > INT32_MAX) value = INT32_MAX;
+  *out = (int32_t)value;
+  return p;
+}
+
+int32_t TextToInt(const char* text) {
+  int32_t value = 0;
+  ScanInt(text, &value);
+  return value;
+}
+
+int ScanIntList(const char* text, char separator, int32_t* out, int count) {
+  const char* p = text;
+  for (int i = 0; i < count; i++) {
+    p = ScanInt(p, &out[i]);
+    if (p == nullptr) return i;
+    if (i + 1 < count && *p++ != separator) return i + 1;
+  }
+  return count;
+}
+
+int32_t TruncToInt32(double value) {
+  if (!(value == value)) return 0;
+  if (value >= 2147483647.0) return INT32_MAX;
+  if (value <= -2147483648.0) return INT32_MIN;
   return (int32_t)value;
 }
 
@@ -41,6 +66,12 @@ int32_t NowSeconds() {
   struct timespec ts = {};
   os_clock_raw(&ts);
   return (int32_t)(uint32_t)(uint64_t)ts.tv_sec;
+}
+
+int64_t NowMilliseconds() {
+  struct timespec ts = {};
+  os_clock_raw(&ts);
+  return (int64_t)ts.tv_sec * 1000 + ts.tv_nsec / 1000000;
 }
 
 void CopyText(char* dst, size_t size, const char* src) {

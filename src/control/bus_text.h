@@ -11,6 +11,15 @@ constexpr int kBusValueSize = 128;  // 127 characters and the NUL
 // blanks, a sign, digits; 0 without a digit). Out-of-range values saturate
 // at the int32 bounds instead of overflowing.
 int32_t TextToInt(const char* text);
+// Reads one decimal integer at text as TextToInt does, into *out; returns
+// the character behind it, or nullptr (and *out untouched) without a digit.
+const char* ScanInt(const char* text, int32_t* out);
+// Reads up to `count` integers separated by `separator` ("%d,%d,%d" of
+// scanf); returns how many were read. Outputs past the last one read are
+// left untouched.
+int ScanIntList(const char* text, char separator, int32_t* out, int count);
+// Truncates towards zero into int32; NaN reads 0 and the rest saturates.
+int32_t TruncToInt32(double value);
 // 1 if the text is exactly "on", else 0.
 int32_t TextOnOff(const char* text);
 // Zeroes buf (kBusValueSize bytes) and reads key into it.
@@ -19,5 +28,7 @@ void BusRead(const char* key, char* buf);
 void BusWriteInt(const char* key, int32_t value);
 // Whole seconds of the raw monotonic clock, low 32 bits, signed.
 int32_t NowSeconds();
+// Milliseconds of the raw monotonic clock: seconds x 1000 + ns / 1000000.
+int64_t NowMilliseconds();
 // Bounded copy that always terminates dst (size bytes).
 void CopyText(char* dst, size_t size, const char* src);

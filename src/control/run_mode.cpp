@@ -64,16 +64,6 @@ int ParseRelative(const char* text, int32_t* first, int32_t* second) {
 
 // ---- Common steps ------------------------------------------------------------
 
-// Adds the command to a running pattern recording; ends a recording that
-// has no file or has passed its limit.
-static void PatternRecord(const char* value) {
-  if (giPatternRec != 1) return;
-  if (PatternRecLine(value) == -1) {
-    PatternRecStop();
-    giPatternRec = 0;
-  }
-}
-
 static void QuietClose() {
   if (iTrackStatus != 1) return;
   iTrackStatus = 0;
@@ -110,15 +100,6 @@ static void ArmTimersGuarded(int32_t recoverArm, int32_t scheduleArm) {
 }
 
 // ---- Manual speeds ------------------------------------------------------------
-
-// Truncates towards zero into int32; NaN reads 0 and the rest saturates,
-// so that no focal length can make the conversion undefined.
-static int32_t TruncToInt32(double value) {
-  if (!(value == value)) return 0;
-  if (value >= 2147483647.0) return INT32_MAX;
-  if (value <= -2147483648.0) return INT32_MIN;
-  return (int32_t)value;
-}
 
 // Wraps a wide intermediate back to 32 bits, as the 32-bit arithmetic does.
 static int32_t Wrap32(int64_t value) { return (int32_t)(uint32_t)(uint64_t)value; }
@@ -171,7 +152,7 @@ void ComputeManualSpeeds(const char* args) {
 static void VerbManual(char* value, const char* args) {
   ComputeManualSpeeds(args);
   giNewMode = kModeManual;
-  PatternRecord(value);
+  PatternRecordEvent(value);
   PlainClose();
 }
 
@@ -184,7 +165,7 @@ static void VerbGoPreset(char* value, const char* args) {
   if (giPatternRun == 1) giPatternPreset = 1;
   giNewMode = kModePreset;
   if (giPresetTrackEnable == 1 && giPresetTrackId == giPresetTarget) PublishTrackPreset(giPresetTarget);
-  PatternRecord(value);
+  PatternRecordEvent(value);
   ArmTimersGuarded(giRecoverArmPreset, giScheduleArmPreset);
 }
 
@@ -255,7 +236,7 @@ static void VerbAbs(char* value, const char* args) {
   giAbsTilt = tilt;
   giAbsZoom = zoom;
   giNewMode = kModeAbs;
-  PatternRecord(value);
+  PatternRecordEvent(value);
   ArmTimersGuarded(giRecoverArmAbs, giScheduleArmAbs);
 }
 
@@ -266,7 +247,7 @@ static void VerbAngle(char* value, const char* args) {
   if (pan >= 0) giAbsPan = (int32_t)((int64_t)pan * 65535 / 360);
   giAbsTilt = tilt < -20 ? -1 : (int32_t)(((int64_t)tilt + 27) * 65535 / 360);
   giNewMode = kModeAbs;
-  PatternRecord(value);
+  PatternRecordEvent(value);
   QuietClose();
 }
 
@@ -293,7 +274,7 @@ static void VerbView(const char* args) {
 }
 
 static void VerbStop(char* value) {
-  PatternRecord(value);
+  PatternRecordEvent(value);
   giNewMode = kModeIdle;
   giManualZoom = 0;
   QuietClose();

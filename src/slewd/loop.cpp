@@ -315,9 +315,14 @@ static void ViewMoveRequest() {
   giViewMove = 0;
 }
 
+// Publishes the whole seconds of a running recording as they change. Out
+// of a recording the count starts over, so that the next one shows its 1.
 static void RecordTimer(const LoopLocals* loop) {
-  if (giPatternRec != 1) return;
-  int32_t start = giPatternRecStart / 1000;
+  if (giPatternRec != 1) {
+    giRecordShown = 0;
+    return;
+  }
+  int32_t start = (int32_t)(giPatternRecStart / 1000);
   int32_t shown = loop->now_s - start;
   if (start < loop->now_s && giRecordShown != shown) {
     giRecordShown = shown;
