@@ -7,7 +7,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
 dir="$root/build-test/fuzz"
 # target:seed folder under tests/fuzz:longest input
-targets=(command_fuzz:seeds:160 srecord_fuzz:srecord_seeds:4096)
+targets=(command_fuzz:seeds:600 srecord_fuzz:srecord_seeds:4096)
 CC=clang CXX=clang++ cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DSLEWD_FUZZ=ON -DBUILD_TESTING=OFF >/dev/null
 ninja -C "$dir" "${targets[@]%%:*}" >/dev/null

@@ -1,19 +1,25 @@
 // Fuzz target: arbitrary values for ptz.run_mode, the listeners' parsers,
-// patrol lists and scan keys.
+// patrol lists, scan keys, stored pattern files and view-move texts.
 // The first byte picks the receiver; the rest, cut to a bus value of at
-// most 127 characters, is the value.
+// most 127 characters, is the value, or, whole, a stored pattern file.
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
+#include "control/bus_text.h"
 #include "control/control.h"
 #include "control/listeners.h"
 #include "control/run_mode.h"
 #include "core.h"
 #include "motion/limits.h"
+#include "motion/view_move.h"
 #include "platform/exports.h"
+#include "platform/kvlink.h"
 #include "slewd/startup.h"
 #include "tours/patrol.h"
+#include "tours/pattern.h"
 #include "tours/presets.h"
 #include "tours/scan.h"
 
@@ -21,6 +27,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   sim::clock_init(sim::ClockMode::Virtual);
   sim::transcript_keep(false);
   sim::bus_open(":memory:");
+  char root[] = "/tmp/command_fuzz.XXXXXX";
+  if (mkdtemp(root) == nullptr) abort();
+  sim::sandbox_set_root(root);
+  sim::sandbox_make_camera_folders();
   sim::world_init();
   pthread_mutex_init(&gPanLimitMutex, nullptr);
   ClearPresets();
@@ -59,6 +69,38 @@ static void ScanKeyInput(const char* value) {
   ScanZoomPosition(1);
 }
 
+// Plays bytes as stored pattern 1: the start, then steps far enough apart
+// that every line is due, until playback ends, 64 steps have run or the
+// moves to the start have taken 2 s of virtual time.
+static void PlayPatternFile(const uint8_t* data, size_t size) {
+  char path[4096];
+  sim::sandbox_path("/mnt/nand/pattern1.path", path, sizeof path);
+  FILE* file = fopen(path, "wb");
+  if (file == nullptr) return;
+  fwrite(data, 1, size, file);
+  fclose(file);
+  giPatternTarget = 1;
+  giPatternRun = 1;
+  int32_t now_s = NowSeconds();
+  int64_t virtualEnd = sim::now_ns() + 2 * 1000000000LL;  // moves to the start cost time
+  PatternStart(now_s, 0);
+  for (int step = 0; step < 64 && giPatternRun == 1 && sim::now_ns() < virtualEnd; step++) {
+    now_s += 2200000;  // past the longest delay a line can hold
+    PatternStep(now_s, 0);
+  }
+  PatternClose();
+}
+
+// A view-move text, with mirror, flip and EIS taken from its first byte.
+static void ViewMoveInput(const char* value) {
+  int32_t pan = 0, tilt = 0;
+  giImageMirror = value[0] & 1;
+  giImageFlip = (value[0] >> 1) & 1;
+  giEisEnable = (value[0] >> 2) & 1;
+  kvlink_set("ptz.preset.view_move", value);
+  RunViewMove(&pan, &tilt);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   char value[128];
@@ -66,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   memcpy(value, data + 1, n);
   value[n] = '\0';
   char key[] = "fuzz";
-  switch (data[0] % 10) {
+  switch (data[0] % 12) {
     case 0: OnRunMode(key, value); break;
     case 1: OnRunMode(nullptr, value); break;  // a replayed pattern line
     case 2: OnPid(key, value); break;
@@ -76,6 +118,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 6: GetPresetStr(value); break;
     case 8: PatrolListInput(value); break;
     case 9: ScanKeyInput(value); break;
+    case 10: PlayPatternFile(data + 1, size - 1); break;
+    case 11: ViewMoveInput(value); break;
     default: {
       int32_t a = 0, b = 0, c = 0;
       ParseAbs(value, &a, &b, &c);

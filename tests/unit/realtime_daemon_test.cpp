@@ -99,4 +99,34 @@ TEST_F(RealtimeDaemon, CommandsFromAnotherProcessWhileTheLoopRuns) {
   EXPECT_TRUE(AwaitTranscript("exit 1"));
 }
 
+// Reads a whole file; empty when it does not exist.
+std::string FileText(const std::string& path) {
+  std::ifstream in(path);
+  std::stringstream all;
+  all << in.rdbuf();
+  return all.str();
+}
+
+TEST_F(RealtimeDaemon, KillDuringRecordingLeavesTheStoredPattern) {
+  const std::string stored = state_ + "/root/mnt/nand/pattern3.path";
+  const std::string kStoredText = "21000,4915,0\n1800\nmanual:-30,0,0\n2500\nstop\n640\n";
+  std::filesystem::create_directories(state_ + "/root/mnt/nand");
+  std::ofstream(stored) << kStoredText;
+  StartDaemon();
+  ASSERT_TRUE(AwaitTranscript("out in loop"));
+  ASSERT_EQ(Set("ptz.pattern.action", "rec3"), 0);
+  ASSERT_TRUE(AwaitTranscript("set ptz.pattern.record_time=0"));
+  ASSERT_EQ(Set("ptz.run_mode", "manual:-30,0,0"), 0);
+  ASSERT_TRUE(AwaitTranscript("set ptz.status=1"));
+  ASSERT_EQ(Set("ptz.run_mode", "stop"), 0);
+  ASSERT_TRUE(AwaitTranscript("out Rec Pattern:save pos of ptz stop"));
+  kill(pid_, SIGKILL);
+  int status = 0;
+  ASSERT_EQ(waitpid(pid_, &status, 0), pid_);
+  pid_ = -1;
+  ASSERT_TRUE(WIFSIGNALED(status));
+  EXPECT_TRUE(std::filesystem::exists(state_ + "/root/tmp/pattern3.path"));  // under way
+  EXPECT_EQ(FileText(stored), kStoredText);  // untouched: no copy before the end
+}
+
 }  // namespace

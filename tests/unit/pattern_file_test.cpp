@@ -1,0 +1,135 @@
+// Pattern files: the bounded line reader of playback, the number readers it
+// shares with the view move, and a recording that takes replayed lines.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "control/bus_text.h"
+#include "control/control.h"
+#include "control/run_mode.h"
+#include "daemon_fixture.h"
+#include "tours/pattern.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The lines ReadPatternLine hands out for a file of the given bytes.
+std::vector<std::string> LinesOf(const std::string& bytes) {
+  FILE* file = tmpfile();
+  fwrite(bytes.data(), 1, bytes.size(), file);
+  rewind(file);
+  std::vector<std::string> lines;
+  char buf[kPatternLineSize];
+  memset(buf, 'x', sizeof buf);
+  while (ReadPatternLine(file, buf)) {
+    EXPECT_LT(strlen(buf), (size_t)kPatternLineSize);
+    lines.push_back(buf);
+  }
+  fclose(file);
+  return lines;
+}
+
+using Lines = std::vector<std::string>;
+
+TEST(PatternLine, KeepsLineFeedsAndAShortLastLine) {
+  EXPECT_EQ(LinesOf(""), Lines{});
+  EXPECT_EQ(LinesOf("21000,4915,120\n1800\nstop"), (Lines{"21000,4915,120\n", "1800\n", "stop"}));
+  EXPECT_EQ(LinesOf("\n\n"), (Lines{"\n", "\n"}));
+}
+
+TEST(PatternLine, OverLongLinesKeepTheirHeadAndThePairsStayInStep) {
+  std::string longEvent = "abs:1,2,3" + std::string(300, ',') + "tail";
+  Lines lines = LinesOf(longEvent + "\n500\nstop\n0\n");
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[0], longEvent.substr(0, 126) + "\n");
+  EXPECT_EQ(lines[1], "500\n");
+  EXPECT_EQ(lines[2], "stop\n");
+}
+
+TEST(PatternLine, EndlessLinesAndBinaryEndTheFile) {
+  EXPECT_EQ(LinesOf("stop\n" + std::string(kPatternLineScan + 1, 'a') + "\n0\n"), Lines{"stop\n"});
+  std::string binary("\x00\xff\x01\n7\n", 6);
+  Lines lines = LinesOf(binary);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0], "");  // cut at its NUL: no command
+  EXPECT_EQ(lines[1], "7\n");
+}
+
+TEST(NumberText, ListsReadAsScanfDoes) {
+  int32_t v[3] = {-1, -1, -1};
+  EXPECT_EQ(ScanIntList("21000,4915,120\n", ',', v, 3), 3);
+  EXPECT_EQ(v[2], 120);
+  int32_t w[3] = {-1, -1, -1};
+  EXPECT_EQ(ScanIntList(" 7, -8 ;9", ',', w, 3), 2);  // stops at ';'
+  EXPECT_EQ(w[0], 7);
+  EXPECT_EQ(w[1], -8);
+  EXPECT_EQ(w[2], -1);  // untouched
+  int32_t x[2] = {5, 5};
+  EXPECT_EQ(ScanIntList("abc,1", ',', x, 2), 0);
+  EXPECT_EQ(x[0], 5);
+  EXPECT_EQ(ScanIntList("99999999999,-99999999999", ',', x, 2), 2);
+  EXPECT_EQ(x[0], INT32_MAX);
+  EXPECT_EQ(x[1], INT32_MIN);
+  EXPECT_EQ(TextToInt("-"), 0);
+  EXPECT_EQ(TextToInt(" +12x"), 12);
+}
+
+class PatternRecording : public DaemonTest {
+ protected:
+  void SetUp() override {
+    DaemonTest::SetUp();
+    char root[] = "/tmp/pattern_file_test.XXXXXX";
+    ASSERT_NE(mkdtemp(root), nullptr);
+    root_ = root;
+    old_root_ = sim::sandbox_root();
+    sim::sandbox_set_root(root_.c_str());
+    ASSERT_EQ(sim::sandbox_make_camera_folders(), 0);
+  }
+  void TearDown() override {
+    sim::sandbox_set_root(old_root_.c_str());
+    fs::remove_all(root_);
+    giPatternRec = 0;
+    giNewMode = kModeIdle;
+  }
+  std::string Stored(int id) {
+    std::ifstream in(root_ + "/mnt/nand/pattern" + std::to_string(id) + ".path");
+    std::stringstream all;
+    all << in.rdbuf();
+    return all.str();
+  }
+  std::string root_, old_root_;
+};
+
+TEST_F(PatternRecording, ReplayedLinesAreRecordedOneLineEach) {
+  char key[] = "ptz.pattern.action", rec[] = "rec6", stop[] = "stop";
+  OnPatternAction(key, rec);
+  ASSERT_EQ(giPatternRec.load(), 1);
+  EXPECT_EQ(PatternRecStart("rec6"), -1);  // one recording at a time
+  char replayed[] = "abs:10,4915,0\n";
+  OnRunMode(nullptr, replayed);
+  OnPatternAction(key, stop);
+  EXPECT_EQ(giPatternRec.load(), 0);
+  std::string file = Stored(6);
+  EXPECT_NE(file.find("\nabs:10,4915,0\n0\n"), std::string::npos) << file;
+  EXPECT_EQ(Count("set ptz.pattern.record_time=-1"), 1);
+  OnPatternAction(key, stop);  // nothing under way: no second "-1"
+  EXPECT_EQ(Count("set ptz.pattern.record_time=-1"), 1);
+}
+
+TEST_F(PatternRecording, NumbersBelowOneAreRefused) {
+  char key[] = "ptz.pattern.action";
+  for (const char* value : {"rec", "rec0", "rec-3", "recx"}) {
+    std::string text = value;
+    OnPatternAction(key, text.data());
+    EXPECT_EQ(giPatternRec.load(), 0) << value;
+  }
+  EXPECT_EQ(Count("ptz.pattern.record_time"), 0);
+}
+
+}  // namespace
