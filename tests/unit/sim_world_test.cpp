@@ -404,6 +404,29 @@ TEST_F(SimWorld, KnobsSetTheModelAndBadValuesAreIgnored) {
   EXPECT_EQ(p, 1234);
 }
 
+TEST_F(SimWorld, FocalLengthPinnedOrFollowingTheZoom) {
+  power_on({{"sim.focal_mm", "10"}});
+  auto focal = [] {
+    double f = -1;
+    GetFocalLength(&f);
+    return f;
+  };
+  EXPECT_EQ(focal(), 10.0);
+  sim::bus_write(sim::Origin::External, "ptz.lens.set_pos.zoom", "16384");
+  seconds(5);
+  EXPECT_EQ(focal(), 10.0);  // whatever the zoom
+  for (const char* bad : {"-2", "ten", "1e999"}) {
+    sim::bus_write(sim::Origin::External, "sim.focal_mm", bad);
+    EXPECT_EQ(focal(), 10.0) << bad;
+  }
+  sim::bus_write(sim::Origin::External, "sim.focal_mm", "4.5");
+  EXPECT_EQ(focal(), 4.5);
+  sim::bus_write(sim::Origin::External, "sim.focal_mm", "");
+  EXPECT_EQ(focal(), 94.0);  // the zoom's again: tele
+  sim::bus_write(sim::Origin::External, "sim.focal_mm", "0");
+  EXPECT_EQ(focal(), 94.0);
+}
+
 // ---- shell -------------------------------------------------------------------------------
 
 TEST_F(SimWorld, ShellCopiesAndRemovesInsideTheSandbox) {
