@@ -188,9 +188,8 @@ void PatternRecordRestReset() { giPatternRestCount = 0; }
 
 bool ReadPatternLine(FILE* file, char* buf) {
   int length = 0, seen = 0, c = 0;
-  while ((c = getc(file)) != EOF) {
+  while ((c = getc(file)) != EOF && c != '\n') {
     if (++seen > kPatternLineScan) return false;
-    if (c == '\n') break;
     if (length < kPatternLineSize - 2) buf[length++] = (char)c;
   }
   if (c == EOF && seen == 0) return false;

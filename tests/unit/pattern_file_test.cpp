@@ -54,6 +54,7 @@ TEST(PatternLine, OverLongLinesKeepTheirHeadAndThePairsStayInStep) {
 
 TEST(PatternLine, EndlessLinesAndBinaryEndTheFile) {
   EXPECT_EQ(LinesOf("stop\n" + std::string(kPatternLineScan + 1, 'a') + "\n0\n"), Lines{"stop\n"});
+  EXPECT_EQ(LinesOf(std::string(kPatternLineScan, 'a') + "\n0\n").size(), 2u);  // the longest read
   std::string binary("\x00\xff\x01\n7\n", 6);
   Lines lines = LinesOf(binary);
   ASSERT_EQ(lines.size(), 2u);
