@@ -101,4 +101,19 @@ TEST_F(ViewMove, PointBeyondStraightDownFoldsBack) {
   EXPECT_NEAR(tilt, 0, 1);  // asin folds 95 degrees back to 85
 }
 
+TEST_F(ViewMove, RequestEndsTrackingFirstAndReadsMissingNumbersAsZero) {
+  iTrackStatus = 1;
+  kvlink_set("ptz.preset.view_move", "7500,5000");
+  int32_t pan = 0, tilt = 0;
+  EXPECT_EQ(RunViewMove(&pan, &tilt), 0);
+  EXPECT_EQ(iTrackStatus.load(), 0);
+  EXPECT_EQ(Count("out Close Track"), 1);
+  EXPECT_EQ(Count("sh killall -9 FigureFollow &"), 1);
+  EXPECT_EQ(pan, -2252);
+  kvlink_set("ptz.preset.view_move", "7500");  // MoveH 0: the picture's top edge
+  EXPECT_EQ(RunViewMove(&pan, &tilt), 0);
+  EXPECT_EQ(Count("out MoveH:0 MoveW:7500"), 1);
+  EXPECT_EQ(Count("out Close Track"), 1);  // tracking has already ended
+}
+
 }  // namespace
