@@ -122,8 +122,8 @@ static int32_t LimitMagnitude(int32_t speed, int64_t limit) {
 void ComputeManualSpeeds(const char* args) {
   int32_t pan = 0, tilt = 0, zoom = 0;
   ParseAbs(args, &pan, &tilt, &zoom);
-  if (giImageMirror == 1) pan = -pan;
-  if (giImageFlip == 1) tilt = -tilt;
+  if (giImageMirror == 1) pan = Wrap32(-(int64_t)pan);  // -INT32_MIN wraps, as on the camera
+  if (giImageFlip == 1) tilt = Wrap32(-(int64_t)tilt);
   if (pan > giMaxSpeed) pan = giMaxSpeed;
   if (tilt > giMaxSpeed) tilt = giMaxSpeed;
   giManualZoom = zoom;

@@ -85,7 +85,9 @@ INSTANTIATE_TEST_SUITE_P(
                       // the magnitude bound of step 7 with its own sign
                       SpeedCase{"-720,720,0", 720, 90, 0, 0, -900, 900},
                       // mirror and flip negate before the clamp
-                      SpeedCase{"10,20,0", 720, 90, 1, 1, -90, -180}));
+                      SpeedCase{"10,20,0", 720, 90, 1, 1, -90, -180},
+                      // the lowest number negates to itself, without overflow
+                      SpeedCase{"-99999999999,-99999999999", 720, 90, 1, 1, -900, -900}));
 
 TEST(ManualSpeedProportion, SmallSpeedsKeepTheirSign) {
   giMaxSpeed = 720;
