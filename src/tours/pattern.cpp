@@ -209,10 +209,9 @@ static bool IsStartLine(const char* line) {
 }
 
 // A start that found no pattern: both modes back to idle.
-static int32_t StartFailed() {
+static void StartFailed() {
   giNewMode = kModeIdle;
   giRunMode = kModeIdle;
-  return kModeIdle;
 }
 
 // Moves to the start line's position and sets the first event's time.
