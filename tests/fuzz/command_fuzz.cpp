@@ -71,7 +71,7 @@ static void ScanKeyInput(const char* value) {
 
 // Plays bytes as stored pattern 1: the start, then steps far enough apart
 // that every line is due, until playback ends, 64 steps have run or the
-// moves to the start have taken 2 s of virtual time.
+// moves to the start have taken 0.5 s of virtual time.
 static void PlayPatternFile(const uint8_t* data, size_t size) {
   char path[4096];
   sim::sandbox_path("/mnt/nand/pattern1.path", path, sizeof path);
@@ -82,7 +82,7 @@ static void PlayPatternFile(const uint8_t* data, size_t size) {
   giPatternTarget = 1;
   giPatternRun = 1;
   int32_t now_s = NowSeconds();
-  int64_t virtualEnd = sim::now_ns() + 2 * 1000000000LL;  // moves to the start cost time
+  int64_t virtualEnd = sim::now_ns() + 500000000LL;  // moves to the start cost time
   PatternStart(now_s, 0);
   for (int step = 0; step < 64 && giPatternRun == 1 && sim::now_ns() < virtualEnd; step++) {
     now_s += 2200000;  // past the longest delay a line can hold
