@@ -18,6 +18,8 @@ const char* ScanInt(const char* text, int32_t* out);
 // scanf); returns how many were read. Outputs past the last one read are
 // left untouched.
 int ScanIntList(const char* text, char separator, int32_t* out, int count);
+// Wraps a wide intermediate back to 32 bits, as the 32-bit arithmetic does.
+inline int32_t Wrap32(int64_t value) { return (int32_t)(uint32_t)(uint64_t)value; }
 // Truncates towards zero into int32; NaN reads 0 and the rest saturates.
 int32_t TruncToInt32(double value);
 // 1 if the text is exactly "on", else 0.

@@ -101,9 +101,6 @@ static void ArmTimersGuarded(int32_t recoverArm, int32_t scheduleArm) {
 
 // ---- Manual speeds ------------------------------------------------------------
 
-// Wraps a wide intermediate back to 32 bits, as the 32-bit arithmetic does.
-static int32_t Wrap32(int64_t value) { return (int32_t)(uint32_t)(uint64_t)value; }
-
 // Divides a non-zero speed by the multiple; never lets it fall to 0.
 static int32_t Proportion(int32_t speed, double multiple) {
   if (speed == 0) return 0;

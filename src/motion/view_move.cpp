@@ -140,8 +140,8 @@ void ComputeViewMove(int32_t moveW, int32_t moveH, int32_t* outPan, int32_t* out
   TargetDirection((double)x, (double)y, angleH, angleW, panDeg, tiltDeg, &panNew, &tiltNew);
   int32_t tiltSteps = TruncToInt32(((tiltNew + 27.0) * 65535.0) / 360.0);
   int32_t panSteps = TruncToInt32((panNew * 65535.0) / 360.0);
-  int32_t tiltOffset = (int32_t)(uint32_t)((int64_t)tiltSteps - tilt);
-  int32_t panOffset = (int32_t)(uint32_t)((int64_t)panSteps - pan);
+  int32_t tiltOffset = Wrap32((int64_t)tiltSteps - tilt);
+  int32_t panOffset = Wrap32((int64_t)panSteps - pan);
   *outPan = panOffset;
   *outTilt = tiltOffset;
   os_printf("Step Tile:%d/%d %d Step Pan:%d/%d %d\n", tiltSteps, tilt, tiltOffset, panSteps, pan,
