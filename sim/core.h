@@ -59,7 +59,7 @@ void set_delivery(bool on);
 
 // ---- transcript (transcript.cpp) ------------------------------------------
 
-enum class Kind { Out, Set, Ext, Call, Sh, Sim, Log, Exit, Bus, File };
+enum class Kind { Out, Set, Ext, Call, Sh, Sim, Log, Exit, Bus, File, Reg };
 
 void transcript_open(FILE* sink);  // nullptr: keep in memory only
 void set_verbose(bool verbose);

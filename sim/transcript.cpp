@@ -13,7 +13,7 @@ namespace sim {
 namespace {
 
 // Word of each kind in the line, in the order of enum Kind.
-const char* const kKindWords[] = {"out", "set", "ext", "call", "sh", "sim", "log", "exit", "bus", "file"};
+const char* const kKindWords[] = {"out", "set", "ext", "call", "sh", "sim", "log", "exit", "bus", "file", "reg"};
 
 struct Transcript {
   std::mutex lock;                 // guards everything below

@@ -20,6 +20,12 @@ int32_t DriverSpeed(int32_t speed);
 // Direction of the shorter way from `from` to `to` (0 up, 1 down), or -1
 // when the pan is there already (65535 steps away counts as there).
 int32_t PanMoveDirection(int32_t from, int32_t to);
+// Reads the infra-red power limit into saved (kBusValueSize bytes) and holds
+// it at 70 while the head moves fast, when it was above `above`; returns
+// the limit read.
+int32_t HoldIrLimit(char* saved, int32_t above);
+// Puts back the limit that HoldIrLimit held.
+void RestoreIrLimit(const char* saved, int32_t limit, int32_t above);
 // Gives the lens type to the camera state once, when it is unset.
 void SyncLensType();
 void SetLensZoom(int32_t position);
