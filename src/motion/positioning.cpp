@@ -50,7 +50,7 @@ void SetLensFocus(int32_t position) { SetLensKey("ptz.lens.set_pos.focus", posit
 int PauseOis(int flag) { return giOisEnable == 1 ? OIS_Pause(flag) : 0; }
 
 // Microseconds of the raw monotonic clock, wrapping in 32 bits.
-static int32_t MicrosecondStamp() {
+int32_t MicrosecondStamp() {
   struct timespec ts = {};
   os_clock_raw(&ts);
   return (int32_t)(uint32_t)((uint64_t)ts.tv_sec * 1000000u + (uint64_t)ts.tv_nsec / 1000u);

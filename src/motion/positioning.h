@@ -10,6 +10,8 @@ extern int32_t giEisRtStart;   // us stamp of the last move while EIS is on
 constexpr int32_t kTiltTargetMax = 37681;  // last tilt step below 180 degrees
 constexpr int32_t kMoveWaitLimitTicks = 12000;  // 120 s of 10 ms waits
 
+// Microseconds of the raw monotonic clock, in 32 bits with wrap-around.
+int32_t MicrosecondStamp();
 // Blocks until axes and lens have stopped; -1 leaves an axis. Returns 0.
 int32_t GoPreset(int32_t pan, int32_t tilt, int32_t zoom, int32_t focus, int32_t prefocus,
                  int32_t speed);
