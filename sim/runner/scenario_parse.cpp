@@ -131,8 +131,12 @@ struct Parser {
   // expect lines, then the texts, one a line, up to a line "end".
   bool lines_block(const std::string& args, Directive& d) {
     if (!trim_end(args).empty()) return fail("expect lines takes no argument; the texts follow, then end");
+    size_t directive_at = at;
     if (!block_lines(d, "expect lines")) return false;
-    if (d.lines.empty()) return fail("expect lines needs at least one text before end");
+    if (d.lines.empty()) {
+      at = directive_at;
+      return fail("expect lines needs at least one text before end");
+    }
     return true;
   }
 
