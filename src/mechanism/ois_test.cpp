@@ -89,13 +89,8 @@ static void OisTestShake() {
   }
 }
 
-// A test asked for while it isn't shaking starts, also when a patrol handed
-// over straight to mode 11 with no idle tick between.
 int32_t RunOisTest(int32_t runMode, int32_t newMode) {
-  if (newMode == kModeOisTest && (runMode != kModeOisTest || giOisTestOn == 0)) {
-    return OisTestStart();
-  }
-  if (runMode != newMode) return OisTestEnd();
+  if (runMode != newMode) return newMode == kModeOisTest ? OisTestStart() : OisTestEnd();
   if (giOisTestOn == 1) OisTestShake();
   return runMode;
 }
