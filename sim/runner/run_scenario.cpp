@@ -203,14 +203,23 @@ void do_show_regs(const Directive& d) {
   shown = log.size();
 }
 
-// `expect lines`: consecutive lines since the mark contain the texts in order.
-void do_expect_lines(const Directive& d) {
-  size_t n = d.lines.size(), size = transcript_size();
-  for (size_t i = g_run.mark; i + n <= size; ++i) {
-    size_t k = 0;
-    while (k < n && contains(transcript_line(i + k), d.lines[k])) ++k;
-    if (k == n) return;
+// Whether the lines from `from` on, verbose-only lines left out, contain
+// the texts one each, in order.
+bool run_matches(size_t from, const std::vector<std::string>& texts) {
+  size_t k = 0, size = transcript_size();
+  for (size_t i = from; k < texts.size() && i < size; ++i) {
+    if (transcript_verbose_only(i)) continue;
+    if (!contains(transcript_line(i), texts[k])) return false;
+    ++k;
   }
+  return k == texts.size();
+}
+
+// `expect lines`: consecutive lines since the mark contain the texts in
+// order; the getters of a verbose run don't break a run.
+void do_expect_lines(const Directive& d) {
+  for (size_t i = g_run.mark; i < transcript_size(); ++i)
+    if (!transcript_verbose_only(i) && run_matches(i, d.lines)) return;
   fail(d, "no run of lines since the mark contains them in order");
 }
 
