@@ -59,7 +59,7 @@ void set_delivery(bool on);
 
 // ---- transcript (transcript.cpp) ------------------------------------------
 
-enum class Kind { Out, Set, Ext, Call, Sh, Sim, Log, Exit, Bus, File };
+enum class Kind { Out, Set, Ext, Call, Sh, Sim, Log, Exit, Bus, File, Reg };
 
 void transcript_open(FILE* sink);  // nullptr: keep in memory only
 void set_verbose(bool verbose);
@@ -78,6 +78,9 @@ void console_flush();
 // Lines added so far, and line i without its time ("KIND TEXT").
 size_t transcript_size();
 const char* transcript_line(size_t i);
+// Whether line i is there only because the run is verbose (a getter call,
+// a bus write of the camera itself).
+bool transcript_verbose_only(size_t i);
 // Sends every line to this callback as it is added (the runner's await).
 using LineHook = void (*)(const char* line_without_time);
 void set_line_hook(LineHook hook);

@@ -13,12 +13,13 @@ namespace sim {
 namespace {
 
 // Word of each kind in the line, in the order of enum Kind.
-const char* const kKindWords[] = {"out", "set", "ext", "call", "sh", "sim", "log", "exit", "bus", "file"};
+const char* const kKindWords[] = {"out", "set", "ext", "call", "sh", "sim", "log", "exit", "bus", "file", "reg"};
 
 struct Transcript {
   std::mutex lock;                 // guards everything below
   std::deque<std::string> lines;   // whole lines; a deque keeps c_str() stable
   std::deque<size_t> kind_at;      // offset of the kind in each line
+  std::deque<bool> verbose_only;   // the line is there only because of -v
   std::string partial;             // console text after the last line feed
   FILE* sink = nullptr;            // where lines are also written, or none
 };
@@ -54,7 +55,7 @@ std::string format_text(const char* fmt, va_list args) {
 }
 
 // Stamps and stores one line (t.lock held); returns the line without its time.
-const char* add_locked(Transcript& t, Kind kind, const std::string& text) {
+const char* add_locked(Transcript& t, Kind kind, const std::string& text, bool verbose_only = false) {
   char stamp[32];
   int n = snprintf(stamp, sizeof stamp, "%.3f ", daemon_seconds());
   std::string line = std::string(stamp, n) + kKindWords[static_cast<int>(kind)] + ' ' + text;
@@ -66,16 +67,18 @@ const char* add_locked(Transcript& t, Kind kind, const std::string& text) {
   if (!virtual_mode() || !g_keep.load()) return nullptr;
   t.lines.push_back(std::move(line));
   t.kind_at.push_back(n);
+  t.verbose_only.push_back(verbose_only);
   return t.lines.back().c_str() + n;
 }
 
-// Adds one line and tells the line hook.
-void add(Kind kind, const std::string& text) {
+// Adds one line and tells the line hook. Getter calls and the camera's
+// own bus writes are verbose-only lines.
+void add(Kind kind, const std::string& text, bool verbose_only = false) {
   const char* stored;
   {
     Transcript& t = transcript();
     std::lock_guard<std::mutex> guard(t.lock);
-    stored = add_locked(t, kind, text);
+    stored = add_locked(t, kind, text, verbose_only || kind == Kind::Sim);
   }
   LineHook hook = g_line_hook.load();
   if (hook && stored) hook(stored);
@@ -109,7 +112,7 @@ void trace_call(bool getter, const char* fmt, ...) {
   va_start(args, fmt);
   std::string text = format_text(fmt, args);
   va_end(args);
-  add(Kind::Call, text);
+  add(Kind::Call, text, getter);
 }
 
 void console_write(const char* text, size_t len) {
@@ -153,6 +156,12 @@ const char* transcript_line(size_t i) {
   std::lock_guard<std::mutex> guard(t.lock);
   if (i >= t.lines.size()) return "";
   return t.lines[i].c_str() + t.kind_at[i];
+}
+
+bool transcript_verbose_only(size_t i) {
+  Transcript& t = transcript();
+  std::lock_guard<std::mutex> guard(t.lock);
+  return i < t.verbose_only.size() && t.verbose_only[i];
 }
 
 void set_line_hook(LineHook hook) { g_line_hook.store(hook); }

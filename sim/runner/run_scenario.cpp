@@ -4,11 +4,13 @@
 // a transcript line.
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string_view>
 #include <unistd.h>
 
+#include "controllers.h"
 #include "core.h"
 #include "runner/run.h"
 
@@ -36,6 +38,7 @@ struct Run {
   bool ended = false;            // ... and has ended with exit_status
   int exit_status = 0;
   bool executing = false;        // a directive runs: nested hooks return
+  size_t regs_shown[2] = {0, 0}; // register writes of pan, tilt already shown
 };
 
 Run g_run;
@@ -189,6 +192,56 @@ void do_show_file(const Directive& d) {
   fclose(f);
 }
 
+// `show regs ADDR`: the count of register writes since the last show of
+// that controller, then one line per write.
+void do_show_regs(const Directive& d) {
+  std::vector<RegisterWrite> log = controller_write_log(d.number);
+  size_t& shown = g_run.regs_shown[d.number == kPanAddr ? 0 : 1];
+  trace(Kind::Reg, "0x%02x %zu writes", d.number, log.size() - shown);
+  for (size_t i = shown; i < log.size(); ++i)
+    trace(Kind::Reg, "0x%02x 0x%02x=0x%x/%d", d.number, log[i].reg, log[i].value, log[i].width);
+  shown = log.size();
+}
+
+// Whether the lines from `from` on, verbose-only lines left out, contain
+// the texts one each, in order.
+bool run_matches(size_t from, const std::vector<std::string>& texts) {
+  size_t k = 0, size = transcript_size();
+  for (size_t i = from; k < texts.size() && i < size; ++i) {
+    if (transcript_verbose_only(i)) continue;
+    if (!contains(transcript_line(i), texts[k])) return false;
+    ++k;
+  }
+  return k == texts.size();
+}
+
+// `expect lines`: consecutive lines since the mark contain the texts in
+// order; the getters of a verbose run don't break a run.
+void do_expect_lines(const Directive& d) {
+  for (size_t i = g_run.mark; i < transcript_size(); ++i)
+    if (!transcript_verbose_only(i) && run_matches(i, d.lines)) return;
+  fail(d, "no run of lines since the mark contains them in order");
+}
+
+// `expect range KEY LOW HIGH`: the daemon wrote KEY since the mark, and
+// always a number within LOW..HIGH.
+void do_expect_range(const Directive& d) {
+  std::string prefix = "set " + d.key + "=";
+  int writes = 0;
+  for (size_t i = g_run.mark; i < transcript_size(); ++i) {
+    const char* line = transcript_line(i);
+    if (strncmp(line, prefix.c_str(), prefix.size()) != 0) continue;
+    const char* value = line + prefix.size();
+    char* end = nullptr;
+    errno = 0;
+    long long v = strtoll(value, &end, 10);
+    if (end == value || *end != '\0' || errno != 0 || v < d.low || v > d.high)
+      fail(d, std::string("out of range: '") + line + "'");
+    writes++;
+  }
+  if (writes == 0) fail(d, "the daemon has not written the key since the mark");
+}
+
 // Executes one directive; wait and await only set what to wait for.
 void execute(const Directive& d) {
   switch (d.op) {
@@ -216,6 +269,9 @@ void execute(const Directive& d) {
     case Op::ExpectExit: do_expect_exit(d); break;
     case Op::ShowBus: bus_visit(d.key.c_str(), show_bus_line, nullptr); break;
     case Op::ShowFile: do_show_file(d); break;
+    case Op::ShowRegs: do_show_regs(d); break;
+    case Op::ExpectLines: do_expect_lines(d); break;
+    case Op::ExpectRange: do_expect_range(d); break;
   }
 }
 

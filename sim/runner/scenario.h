@@ -19,8 +19,11 @@ enum class Op {
   ExpectNoLine,  // text: no line since the mark contains it
   ExpectBus,     // key, text: the store holds exactly text at key
   ExpectExit,    // number: the daemon ended with this status
+  ExpectLines,   // lines: consecutive lines since the mark contain them, in order
+  ExpectRange,   // key, low, high: every daemon write of key since the mark in range
   ShowBus,       // key = prefix
   ShowFile,      // key = camera path
+  ShowRegs,      // number: controller address
 };
 
 struct Directive {
@@ -32,7 +35,8 @@ struct Directive {
   std::vector<std::string> words;  // args
   std::vector<std::string> lines;  // file content, verbatim
   int64_t ns = 0;                  // wait and await
-  int number = 0;                  // signal and expected exit status
+  int number = 0;                  // signal, expected exit status, controller
+  int64_t low = 0, high = 0;       // expect range
 };
 
 struct Scenario {

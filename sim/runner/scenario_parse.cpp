@@ -3,9 +3,11 @@
 // `""` alone stands for the empty text.
 #include <cctype>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <sstream>
 
+#include "controllers.h"
 #include "core.h"
 #include "runner/scenario.h"
 
@@ -107,10 +109,8 @@ struct Parser {
     return true;
   }
 
-  // file PATH, then verbatim lines up to a line "end".
-  bool file_block(const std::string& args, Directive& d) {
-    d.key = args;
-    if (!camera_path_ok(d.key)) return fail("file needs an absolute camera PATH without '..'");
+  // The verbatim lines after the directive up to a line "end", into d.lines.
+  bool block_lines(Directive& d, const std::string& what) {
     for (size_t i = at + 1; i < lines.size(); ++i) {
       if (lines[i] == "end") {
         d.lines.assign(lines.begin() + at + 1, lines.begin() + i);
@@ -118,7 +118,40 @@ struct Parser {
         return true;
       }
     }
-    return fail("file " + d.key + " has no end line");
+    return fail(what + " has no end line");
+  }
+
+  // file PATH, then verbatim lines up to a line "end".
+  bool file_block(const std::string& args, Directive& d) {
+    d.key = args;
+    if (!camera_path_ok(d.key)) return fail("file needs an absolute camera PATH without '..'");
+    return block_lines(d, "file " + d.key);
+  }
+
+  // expect lines, then the texts, one a line, up to a line "end".
+  bool lines_block(const std::string& args, Directive& d) {
+    if (!trim_end(args).empty()) return fail("expect lines takes no argument; the texts follow, then end");
+    size_t directive_at = at;
+    if (!block_lines(d, "expect lines")) return false;
+    if (d.lines.empty()) {
+      at = directive_at;
+      return fail("expect lines needs at least one text before end");
+    }
+    return true;
+  }
+
+  // expect range KEY LOW HIGH
+  bool range_args(const std::string& args, Directive& d) {
+    std::istringstream words(args);
+    std::string low, high, extra;
+    words >> d.key >> low >> high;
+    int lo = 0, hi = 0;
+    if (!bus_key_valid(d.key.c_str()) || !parse_int(low, INT32_MIN, INT32_MAX, lo) ||
+        !parse_int(high, INT32_MIN, INT32_MAX, hi) || (words >> extra) || lo > hi)
+      return fail("expect range needs KEY LOW HIGH, LOW not above HIGH");
+    d.low = lo;
+    d.high = hi;
+    return true;
   }
 
   // await TEXT SECONDS: the last word is the time, TEXT everything before.
@@ -155,7 +188,15 @@ struct Parser {
       if (!parse_int(trim_end(rest), -255, 255, d.number)) return fail("expect exit needs a status number");
       return true;
     }
-    return fail("expect needs 'line', 'no line', 'bus' or 'exit'");
+    if (sub == "lines") {
+      d.op = Op::ExpectLines;
+      return lines_block(rest, d);
+    }
+    if (sub == "range") {
+      d.op = Op::ExpectRange;
+      return range_args(rest, d);
+    }
+    return fail("expect needs 'line', 'no line', 'lines', 'bus', 'range' or 'exit'");
   }
 
   // show bus [PREFIX] | show file PATH
@@ -173,7 +214,15 @@ struct Parser {
       if (!camera_path_ok(d.key)) return fail("show file needs an absolute camera PATH without '..'");
       return true;
     }
-    return fail("show needs 'bus PREFIX' or 'file PATH'");
+    if (sub == "regs") {
+      d.op = Op::ShowRegs;
+      std::string addr = trim_end(rest);
+      if (addr == "0x28") d.number = kPanAddr;
+      else if (addr == "0x29") d.number = kTiltAddr;
+      else return fail("show regs needs 0x28 (pan) or 0x29 (tilt)");
+      return true;
+    }
+    return fail("show needs 'bus PREFIX', 'file PATH' or 'regs ADDR'");
   }
 
   // Parses the directive on the current line into d.

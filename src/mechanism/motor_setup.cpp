@@ -55,6 +55,17 @@ static void WaitCalibration(int (*status)(), const char* line) {
   }
 }
 
+void WaitMotorCalibration() {
+  WaitCalibration(PanGetCaliStatus, "Pan Caliation");
+  WaitCalibration(TiltGetCaliStatus, "Tilt Caliation");
+}
+
+void WriteModelRegisters(int32_t row) {
+  const MotorModelRow& regs = gMotorRegs[row];
+  WriteAxis(Pan_SendI2C_Advanced, regs.pan, 0x1000);
+  WriteAxis(Tilt_SendI2C_Advanced, regs.tilt, 0x266);
+}
+
 static void SetModelGains(int32_t p, int32_t i, int32_t d) {
   giModelP = giStaticP = p;
   giModelI = giStaticI = i;
@@ -73,10 +84,9 @@ static void SetUpType2(const char* modelId, MotorSetupRecord* record) {
   const MotorModelRow& alt = gMotorRegsAlt[giModelRow];
   SetModelGains(regs.pan.word[1], regs.pan.word[2], regs.pan.word[3]);
   os_printf("MotorReg P:0x%x I:0x%x D:0x%x\n", giModelP, giModelI, giModelD);
-  WriteAxis(Pan_SendI2C_Advanced, regs.pan, 0x1000);
+  WriteModelRegisters(giModelRow);
   record->block[0] = record->block[1] = regs.pan;
   record->block[4] = record->block[5] = alt.pan;
-  WriteAxis(Tilt_SendI2C_Advanced, regs.tilt, 0x266);
   record->block[2] = record->block[3] = regs.tilt;
   record->block[6] = record->block[7] = alt.tilt;
 }
@@ -103,8 +113,7 @@ void InitMoterRegister() {
   if (id != nullptr) strncpy(modelId, id, sizeof modelId - 1);
   int type = GetMotorType();
   MotorSetupRecord record = {};
-  WaitCalibration(PanGetCaliStatus, "Pan Caliation");
-  WaitCalibration(TiltGetCaliStatus, "Tilt Caliation");
+  WaitMotorCalibration();
   if (type == 2) SetUpType2(modelId, &record);
   if (type == 1) SetUpType1(modelId, &record);
   Init_Setup_PID(&record.block[0].word[0]);

@@ -14,3 +14,7 @@ extern int32_t giFlipWindow;  // half width of the auto flip window
 
 // Writes the model's registers and hands the driver its tuning record.
 void InitMoterRegister();
+// Waits up to 20 s for each controller to calibrate, pan first.
+void WaitMotorCalibration();
+// The normal profile: row `row` of the type-2 table to pan, then to tilt.
+void WriteModelRegisters(int32_t row);

@@ -2,7 +2,6 @@
 #include "motion/positioning.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 
 #include "control/bus_text.h"
@@ -51,7 +50,7 @@ void SetLensFocus(int32_t position) { SetLensKey("ptz.lens.set_pos.focus", posit
 int PauseOis(int flag) { return giOisEnable == 1 ? OIS_Pause(flag) : 0; }
 
 // Microseconds of the raw monotonic clock, wrapping in 32 bits.
-static int32_t MicrosecondStamp() {
+int32_t MicrosecondStamp() {
   struct timespec ts = {};
   os_clock_raw(&ts);
   return (int32_t)(uint32_t)((uint64_t)ts.tv_sec * 1000000u + (uint64_t)ts.tv_nsec / 1000u);
@@ -96,13 +95,15 @@ static void WaitForArrival(bool waitLens) {
   }
 }
 
-// Holds the infra-red power limit at 70 during a move; returns the limit
-// read, whose text is kept in saved for the restore.
-static int32_t HoldIrLimit(char* saved) {
+int32_t HoldIrLimit(char* saved, int32_t above) {
   BusRead("image.cam1.exposure.ir_power_limit", saved);
-  int32_t limit = atoi(saved);
-  if (limit > kIrLimitHold) kvlink_set("image.cam1.exposure.ir_power_limit", "70");
+  int32_t limit = TextToInt(saved);
+  if (limit > above) kvlink_set("image.cam1.exposure.ir_power_limit", "70");
   return limit;
+}
+
+void RestoreIrLimit(const char* saved, int32_t limit, int32_t above) {
+  if (limit > above) kvlink_set("image.cam1.exposure.ir_power_limit", saved);
 }
 
 // Freezes the picture when asked, pauses the stabiliser, and settles.
@@ -167,7 +168,7 @@ int32_t GoPreset(int32_t pan, int32_t tilt, int32_t zoom, int32_t focus, int32_t
                  int32_t speed) {
   os_printf("Preset prefocus=%d\n", prefocus);
   char irLimit[kBusValueSize];
-  int32_t irValue = HoldIrLimit(irLimit);
+  int32_t irValue = HoldIrLimit(irLimit, kIrLimitHold);
   PrepareMove();
   if (speed > kTopSpeed) speed = kTopSpeed;
   os_printf("Go Preset:%d %d %d %d %d\n", pan, tilt, zoom, focus, speed);
@@ -179,7 +180,7 @@ int32_t GoPreset(int32_t pan, int32_t tilt, int32_t zoom, int32_t focus, int32_t
   WaitForArrival(zoom != -1);
   PauseOis(1);
   if (focus >= 0) SetLensFocus(focus);
-  if (irValue > kIrLimitHold) kvlink_set("image.cam1.exposure.ir_power_limit", irLimit);
+  RestoreIrLimit(irLimit, irValue, kIrLimitHold);
   return 0;
 }
 

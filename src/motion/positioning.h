@@ -10,6 +10,8 @@ extern int32_t giEisRtStart;   // us stamp of the last move while EIS is on
 constexpr int32_t kTiltTargetMax = 37681;  // last tilt step below 180 degrees
 constexpr int32_t kMoveWaitLimitTicks = 12000;  // 120 s of 10 ms waits
 
+// Microseconds of the raw monotonic clock, in 32 bits with wrap-around.
+int32_t MicrosecondStamp();
 // Blocks until axes and lens have stopped; -1 leaves an axis. Returns 0.
 int32_t GoPreset(int32_t pan, int32_t tilt, int32_t zoom, int32_t focus, int32_t prefocus,
                  int32_t speed);
@@ -20,6 +22,12 @@ int32_t DriverSpeed(int32_t speed);
 // Direction of the shorter way from `from` to `to` (0 up, 1 down), or -1
 // when the pan is there already (65535 steps away counts as there).
 int32_t PanMoveDirection(int32_t from, int32_t to);
+// Reads the infra-red power limit into saved (kBusValueSize bytes) and holds
+// it at 70 while the head moves fast, when it was above `above`; returns
+// the limit read.
+int32_t HoldIrLimit(char* saved, int32_t above);
+// Puts back the limit that HoldIrLimit held.
+void RestoreIrLimit(const char* saved, int32_t limit, int32_t above);
 // Gives the lens type to the camera state once, when it is unset.
 void SyncLensType();
 void SetLensZoom(int32_t position);

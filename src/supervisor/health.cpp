@@ -1,8 +1,6 @@
 // Head health supervision.
 #include "supervisor/health.h"
 
-#include <ctime>
-
 #include "control/control.h"
 #include "control/publish.h"
 #include "mechanism/motor_setup.h"
@@ -18,10 +16,7 @@ static constexpr int32_t kLevelTilt = 0x1333;
 
 void EisRtTimer() {
   if (giEisEnable != 1 || giEisRtEnable != 0) return;
-  struct timespec ts = {};
-  os_clock_raw(&ts);
-  uint32_t stamp = (uint32_t)((uint64_t)ts.tv_sec * 1000000u + (uint64_t)ts.tv_nsec / 1000u);
-  uint32_t elapsed = stamp - (uint32_t)giEisRtStart;
+  uint32_t elapsed = (uint32_t)MicrosecondStamp() - (uint32_t)giEisRtStart;
   if (elapsed <= kEisRtDelayUs) return;
   giEisRtEnable = 1;
   os_puts("[slewd]======= eis rt on");

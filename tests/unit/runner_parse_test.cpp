@@ -108,6 +108,25 @@ TEST(RunnerParse, FileBlockKeepsEveryLineAsItIs) {
   EXPECT_EQ(Parse("bus a 1\n").start, 1u);  // no wait: the daemon never starts
 }
 
+TEST(RunnerParse, RegisterLogAndLineChecks) {
+  Scenario s = Parse(
+      "show regs 0x29\n"
+      "expect lines\n"
+      "reg 0x28 2 writes\n"
+      "  call PanReset()\n"
+      "end\n"
+      "expect range ptz.pan_pos -5 3069\n");
+  ASSERT_EQ(s.steps.size(), 3u);
+  EXPECT_EQ(s.steps[0].op, Op::ShowRegs);
+  EXPECT_EQ(s.steps[0].number, 0x29);
+  EXPECT_EQ(s.steps[1].op, Op::ExpectLines);
+  EXPECT_EQ(s.steps[1].lines, (std::vector<std::string>{"reg 0x28 2 writes", "  call PanReset()"}));
+  EXPECT_EQ(s.steps[2].op, Op::ExpectRange);
+  EXPECT_EQ(s.steps[2].key, "ptz.pan_pos");
+  EXPECT_EQ(s.steps[2].low, -5);
+  EXPECT_EQ(s.steps[2].high, 3069);
+}
+
 TEST(RunnerParse, ErrorsNameTheFileAndLine) {
   EXPECT_EQ(ParseError("wait 1\n\nfrobnicate 3\n"), "case.scn:3: unknown directive 'frobnicate'");
   EXPECT_EQ(ParseError("file /tmp/x\nline\n"), "case.scn:1: file /tmp/x has no end line");
@@ -135,6 +154,15 @@ TEST(RunnerParse, ErrorsNameTheFileAndLine) {
       {"show file tmp/x\n", "case.scn:1: show file needs an absolute"},
       {"file /tmp/../etc/x\nend\n", "case.scn:1: file needs an absolute"},
       {"show disk\n", "case.scn:1: show needs"},
+      {"show regs 0x30\n", "case.scn:1: show regs needs 0x28"},
+      {"show regs\n", "case.scn:1: show regs needs 0x28"},
+      {"expect lines\nx\n", "case.scn:1: expect lines has no end line"},
+      {"expect lines\nend\n", "case.scn:1: expect lines needs at least one text"},
+      {"expect lines x\nend\n", "case.scn:1: expect lines takes no argument"},
+      {"expect range ptz.x 5\n", "case.scn:1: expect range needs KEY LOW HIGH"},
+      {"expect range ptz.x 5 1\n", "case.scn:1: expect range needs KEY LOW HIGH"},
+      {"expect range ptz.x 1 2 3\n", "case.scn:1: expect range needs KEY LOW HIGH"},
+      {"expect range ptz.x 1 99999999999\n", "case.scn:1: expect range needs KEY LOW HIGH"},
   };
   for (const Case& c : cases) {
     std::string error = ParseError(c.text);

@@ -117,6 +117,19 @@ TEST_F(RunnerRun, ExpectsLookSinceTheMark) {
   EXPECT_EQ(late.transcript.substr(late.transcript.rfind('\n', late.transcript.size() - 2) + 1), "1.000 out in loop\n");
 }
 
+TEST_F(RunnerRun, ExpectLinesWantsConsecutiveLinesInOrder) {
+  EXPECT_EQ(Run("wait 2\nexpect lines\nmain loop\nout in loop\nend\n").report,
+            "PASS case0\n1 passed, 0 failed\n");
+  EXPECT_NE(Run("wait 2\nexpect lines\nout in loop\nmain loop\nend\n").report.find(
+                "case0.scn:2: expect lines \u2014 no run of lines since the mark contains them in order"),
+            std::string::npos);
+  EXPECT_NE(Run("wait 2\nexpect lines\nargs\nout in loop\nend\n").report.find("FAIL"),
+            std::string::npos);  // a line between breaks the run
+  EXPECT_NE(Run("wait 2\nexpect range ptz.pan_pos 0 10\n").report.find(
+                "expect range ptz.pan_pos 0 10 \u2014 the daemon has not written the key since the mark"),
+            std::string::npos);
+}
+
 TEST_F(RunnerRun, SignalsAndTheDaemonsEnd) {
   Outcome term = Run("wait 2\nsignal 15\nexpect exit 1\nexpect bus t.a 1\n");
   EXPECT_NE(term.transcript.find("2.000 out term 15\n2.000 exit 1\n"), std::string::npos);
