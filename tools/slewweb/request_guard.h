@@ -10,7 +10,7 @@ namespace slewweb {
 
 // Where slewweb listens.
 struct ServedAddress {
-  std::string host;  // a literal IPv4 address, e.g. 127.0.0.1
+  std::string host = "127.0.0.1";  // a literal IPv4 address
   int port = 8080;  // 0 until bound when any free port was asked for
 };
 

@@ -100,8 +100,8 @@
     const limits = text("ptz.manual.limit") === "on"
       ? { right: num("ptz.manual.right_limit"), left: num("ptz.manual.left_limit") } : null;
     S.drawPanDial(fitCanvas($("pan-dial")).ctx, $("pan-dial").clientWidth, v.pan, east, limits);
-    S.drawTiltArc(fitCanvas($("tilt-arc")).ctx, $("tilt-arc").clientWidth, v.tilt,
-                  num("ptz.system.up_limit", -27), num("ptz.system.down_limit", 180));
+    const arc = fitCanvas($("tilt-arc"));
+    S.drawTiltArc(arc.ctx, arc.w, arc.h, v.tilt, num("ptz.system.up_limit", -27), num("ptz.system.down_limit", 180));
     showHead(v);
   }
 

@@ -243,10 +243,10 @@ const SlewScene = (() => {
   }
 
   // The tilt arc, seen from the side: up at the top, the limits, the head.
-  function drawTiltArc(ctx, size, tilt, up, down) {
-    const cx = 20, cy = size / 2, r = size / 2 - 14;
+  function drawTiltArc(ctx, w, h, tilt, up, down) {
+    const cx = w / 2, cy = h / 2, r = Math.min(w, h) / 2 - 10;
     const at = (deg, rr) => ({ x: cx + rr * Math.cos(deg * RAD), y: cy + rr * Math.sin(deg * RAD) });
-    ctx.clearRect(0, 0, size, size);
+    ctx.clearRect(0, 0, w, h);
     ctx.strokeStyle = "#888";
     ctx.beginPath();
     ctx.arc(cx, cy, r, -27 * RAD, 180 * RAD);
