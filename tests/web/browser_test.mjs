@@ -151,6 +151,26 @@ async function main() {
     await settled();
     await page.goto(url, { waitUntil: "load" });
 
+    await check("the page's projection inverts the view move's worked values", async () => {
+      // Lens type 0 with no sensor keys, focal length 10, head at pan and tilt step 10000.
+      const worked = [[7500, 5000, -2252, -101, false], [5000, 7500, 0, 1132, false],
+        [7500, 2500, -2133, -1208, false], [7500, 2500, 2385, 1005, true]];
+      const worst = await page.evaluate((cases) => {
+        const P = SlewProjection;
+        const half = P.halfAngles({ type: 0, focal: 10, baseFocal: 0, maxFocal: 0, sensorW: 0, sensorH: 0,
+          dzoom: 0, eis: false, eisFov: 0 });
+        let most = 0;
+        for (const [w, h, dp, dt, turned] of cases) {
+          const view = { pan: P.panDeg(10000), tilt: P.tiltDeg(10000), half, mirror: turned, flip: turned };
+          const p = P.project(P.panDeg(10000 + dp), P.tiltDeg(10000 + dt), view);
+          most = Math.max(most, Math.abs(p.x - w), Math.abs(p.y - h));
+        }
+        return most;
+      }, worked);
+      if (worst > 10) throw new Error(`off by ${worst.toFixed(1)} on the 0..10000 scale`);
+      return `within ${worst.toFixed(1)} of 10000`;
+    });
+
     await check("the page shows the head's position", async () => {
       await aim(3000, 6000, 0);
       await until("the pan on the page", () => page.$eval("#pan", (e) => e.textContent.includes("(3000)")));
