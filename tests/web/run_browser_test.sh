@@ -53,4 +53,19 @@ node_pid=$!
 status=0
 wait "$node_pid" || status=$?
 node_pid=""
+
+# slewweb must end cleanly on SIGTERM (under the sanitizers: with no report).
+kill -TERM "$web_pid"
+web_status=0
+wait "$web_pid" || web_status=$?
+web_pid=""
+if [ "$web_status" -ne 0 ]; then
+  echo "FAIL slewweb ended with status $web_status:"
+  tail -n 40 "$state/slewweb.out"
+  status=1
+fi
+if [ "$status" -ne 0 ]; then
+  echo "--- slewd's last lines:"
+  tail -n 20 "$state/slewd.out"
+fi
 exit "$status"

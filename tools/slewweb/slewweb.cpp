@@ -1,6 +1,7 @@
 // slewweb: serves a page that shows and steers the head of a running slewd,
 // as a client of its bus (like slewctl). The state folder is $SLEWD_STATE,
 // else $HOME/.local/state/slewd.
+#include <pthread.h>
 #include <signal.h>
 
 #include <cstdio>
@@ -87,7 +88,11 @@ int main(int argc, char** argv) {
   printf("slewweb: serving http://%s:%d/ for the slewd of %s\n", bound.host.c_str(), bound.port, state.c_str());
   fflush(stdout);
   server.serve();
+  // Also when serving ended without a signal: wake the stopper so it can be joined.
+  hub.close();
+  bus.stop();
   watcher.join();
+  pthread_kill(stopper.native_handle(), SIGTERM);
   stopper.join();
   return 0;
 }

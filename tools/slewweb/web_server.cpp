@@ -98,7 +98,7 @@ void handle_events(const BusLink& bus, EventHub& hub, httplib::Response& res) {
         if (event.empty()) event = ": idle\n\n";
         return sink.write(event.data(), event.size());
       },
-      [&hub, sub](bool) { hub.unsubscribe(sub); });
+      [hub = &hub, sub](bool) { hub->unsubscribe(sub); });
 }
 
 }  // namespace
