@@ -10,7 +10,7 @@
   const OWNERS = ["direct command", "patrol", "pattern", "scan", "tracking"];
   const STATES = ["at rest", "moving at a speed", "initialising", "speed-dry exercise",
                   "moving to a position", "OIS test"];
-  let lastAsked = "", move = null, lastMove = null, drawQueued = false, connected = false;
+  let lastAsked = "", move = null, lastMove = null, drawQueued = false, connected = false, pictureAspect = "";
 
   // A value of the bus, or fallback when it holds none.
   const text = (key, fallback = "") => (bus.has(key) ? bus.get(key) : fallback);
@@ -22,10 +22,14 @@
 
   // Writes one key through slewweb; a refusal shows in the page's message line.
   async function write(key, value) {
-    const res = await fetch("/api/set", {
-      method: "POST", headers: { "Content-Type": "application/json" }, body: JSON.stringify({ key, value }),
-    });
-    $("message").textContent = res.ok ? "" : `${key}: ${(await res.text()).trim()}`;
+    try {
+      const res = await fetch("/api/set", {
+        method: "POST", headers: { "Content-Type": "application/json" }, body: JSON.stringify({ key, value }),
+      });
+      $("message").textContent = res.ok ? "" : `${key}: ${(await res.text()).trim()}`;
+    } catch {
+      $("message").textContent = "slewweb does not answer";
+    }
   }
   // Sends one command on ptz.run_mode.
   const command = (value) => write("ptz.run_mode", value);
@@ -93,6 +97,9 @@
     const v = view(), east = num("ptz.system.east_pos");
     const scene = { east, person: person(), osdPreset: text("system.cam1.osd.preset_name"),
                     osdDirection: text("system.cam1.osd.direction") };
+    // The picture has the sensor's proportions, as the camera's would.
+    const aspect = (Math.tan((v.half.w * Math.PI) / 180) / Math.tan((v.half.h * Math.PI) / 180)).toFixed(3);
+    if (aspect > 0 && aspect !== pictureAspect) $("picture").style.aspectRatio = pictureAspect = aspect;
     const pic = fitCanvas($("picture"));
     S.drawPicture(pic.ctx, pic.w, pic.h, v, scene);
     const plan = fitCanvas($("plan"));
@@ -226,15 +233,27 @@
     for (const name of ["pointerup", "pointerleave", "pointercancel"]) el.addEventListener(name, release);
   }
 
-  // Dragging the person on the plan writes sim.person.
+  // Dragging the person on the plan writes sim.person: one write at a time,
+  // the latest place waiting behind it.
   function dragPerson() {
     const plan = $("plan");
-    let dragging = false;
+    let dragging = false, sending = false, waiting = null;
+    const send = async (value) => {
+      sending = true;
+      await write("sim.person", value);
+      sending = false;
+      if (waiting !== null) {
+        const next = waiting;
+        waiting = null;
+        send(next);
+      }
+    };
     const place = (e) => {
       const rect = plan.getBoundingClientRect();
       const d = S.planDirection(planFrame(), num("ptz.system.east_pos"), e.clientX - rect.left, e.clientY - rect.top);
-      const tilt = S.personTilt(Math.min(d.dist, planFrame().range));
-      write("sim.person", `${P.panSteps(d.pan)},${P.tiltSteps(tilt)}`);
+      const value = `${P.panSteps(d.pan)},${P.tiltSteps(S.personTilt(Math.min(d.dist, planFrame().range)))}`;
+      if (sending) waiting = value;
+      else send(value);
     };
     plan.addEventListener("pointerdown", (e) => { dragging = true; plan.setPointerCapture(e.pointerId); place(e); });
     plan.addEventListener("pointermove", (e) => { if (dragging) place(e); });
