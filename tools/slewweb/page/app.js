@@ -5,7 +5,6 @@
 (() => {
   const P = SlewProjection, S = SlewScene;
   const bus = new Map();               // every key the page has heard of, with its value
-  const statusLog = [];                // ptz.status values as they arrive, for the test
   const $ = (id) => document.getElementById(id);
   const OWNERS = ["direct command", "patrol", "pattern", "scan", "tracking"];
   const STATES = ["at rest", "moving at a speed", "initialising", "speed-dry exercise",
@@ -133,6 +132,7 @@
     $("zoom-fill").style.width = `${(100 * num("ptz.lens.get_pos.zoom")) / zoomMax}%`;
     $("zoom").textContent = `${text("ptz.lens.get_pos.zoom", "-")} · ${l.focal.toFixed(1)} mm · ${(2 * v.half.w).toFixed(1)}° wide`;
     $("record-time").textContent = text("ptz.pattern.record_time", "-");
+    $("trackers").textContent = text("sim.tracker.running", "-");
     $("last-move").textContent = lastMove
       ? `${lastMove.asked || "?"} — ${(lastMove.ms / 1000).toFixed(1)} s — ended at pan ${lastMove.pan.toFixed(1)}°, tilt ${lastMove.tilt.toFixed(1)}°`
       : "-";
@@ -168,8 +168,6 @@
   // Follows the status to tell the last move: what was asked, how long, where it ended.
   function followStatus(value) {
     const code = Math.trunc(Number(value)), moving = code % 10 === 1 || code % 10 === 4;
-    statusLog.push(code);
-    if (statusLog.length > 1000) statusLog.shift();
     if (moving && !move) move = { asked: lastAsked, start: performance.now() };
     if (!moving && code % 10 === 0 && move) {
       const v = view();
@@ -195,7 +193,6 @@
       bus.clear();
       for (const [k, v] of Object.entries(data.keys)) bus.set(k, v);
       connected = data.up;
-      if (bus.has("ptz.status")) statusLog.push(Math.trunc(num("ptz.status")));
       redraw();
     });
     events.addEventListener("lost", () => { connected = false; redraw(); });
@@ -288,12 +285,10 @@
     window.addEventListener("resize", redraw);
   }
 
-  // What the browser test reads: the bus copy, the status history, and where
-  // a landmark stands on the picture in CSS pixels of the picture element.
+  // What the browser test reads: the bus copy, the landmarks, and where a
+  // landmark stands on the picture in CSS pixels of the picture element.
   window.slewweb = {
     value: (key) => (bus.has(key) ? bus.get(key) : null),
-    statusLog,
-    landmarks: S.LANDMARKS.map((m) => m.name),
     landmarkOnPicture(name) {
       const mark = S.LANDMARKS.find((m) => m.name === name);
       const p = mark && P.project(mark.pan, mark.tilt, view());

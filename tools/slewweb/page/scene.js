@@ -272,6 +272,6 @@ const SlewScene = (() => {
   }
 
   return {
-    LANDMARKS, personDistance, personTilt, drawPicture, drawPlan, planDirection, drawPanDial, drawTiltArc,
+    LANDMARKS, personTilt, drawPicture, drawPlan, planDirection, drawPanDial, drawTiltArc,
   };
 })();
