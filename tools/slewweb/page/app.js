@@ -289,9 +289,12 @@
   // landmark stands on the picture in CSS pixels of the picture element.
   window.slewweb = {
     value: (key) => (bus.has(key) ? bus.get(key) : null),
-    landmarkOnPicture(name) {
+    // head: {pan, tilt} in steps, to project from there instead of the published position.
+    landmarkOnPicture(name, head) {
       const mark = S.LANDMARKS.find((m) => m.name === name);
-      const p = mark && P.project(mark.pan, mark.tilt, view());
+      const v = view();
+      if (head) Object.assign(v, { pan: P.panDeg(head.pan), tilt: P.tiltDeg(head.tilt) });
+      const p = mark && P.project(mark.pan, mark.tilt, v);
       const el = $("picture");
       return p && { x: (p.x / 10000) * el.clientWidth, y: (p.y / 10000) * el.clientHeight,
                     width: el.clientWidth, height: el.clientHeight };
