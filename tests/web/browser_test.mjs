@@ -166,6 +166,7 @@ async function main() {
     await page.setViewport({ width: 1280, height: 860 });
     const pageErrors = [];
     page.on("pageerror", (e) => pageErrors.push(e.message));
+    page.on("console", (m) => { if (m.type() === "error") pageErrors.push(m.text()); });
     await until("slewd to finish its start-up", async () => (await get("ptz.init.pt")) === "done", 60000);
     await settled();
     await page.goto(url, { waitUntil: "load" });
