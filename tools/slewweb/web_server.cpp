@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "page_files.h"
+#include "worker_pool.h"
 
 namespace slewweb {
 namespace {
@@ -126,7 +127,7 @@ WebServer::~WebServer() = default;
 
 void WebServer::install_routes() {
   httplib::Server& s = *server_;
-  s.new_task_queue = [] { return new httplib::ThreadPool(kWorkerThreads); };
+  s.new_task_queue = [] { return new WorkerPool(kWorkerThreads, kMaxQueued); };
   s.set_payload_max_length(kMaxBody);
   s.set_keep_alive_timeout(2);
   // The picture moves the camera when clicked: no framing by other sites.

@@ -20,6 +20,7 @@ constexpr size_t kMaxListeners = 8;        // pages receiving live updates at on
 constexpr size_t kMaxUnread = 4096;        // events a listener may leave unread
 constexpr size_t kMaxBody = 4096;          // bytes of a request body
 constexpr size_t kWorkerThreads = 16;      // requests served at once, listeners included
+constexpr size_t kMaxQueued = 32;          // accepted connections waiting for a worker
 
 class WebServer {
  public:

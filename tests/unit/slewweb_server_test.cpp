@@ -1,12 +1,15 @@
-// slewweb's request guard and event fan-out: which requests may act, and the
-// bounds on listening pages.
+// slewweb's request guard, event fan-out and workers: which requests may act,
+// and the bounds on listening pages and waiting connections.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <string>
 
+#include <atomic>
+
 #include "event_hub.h"
 #include "request_guard.h"
+#include "worker_pool.h"
 
 namespace {
 
@@ -100,6 +103,17 @@ TEST(SlewwebEvents, ListenersAndTheirBacklogAreBounded) {
   hub.close();
   EXPECT_FALSE(a->next(&event, kNoWait));
   EXPECT_EQ(hub.subscribe(), nullptr);
+}
+
+TEST(SlewwebWorkers, MoreJobsThanTheQueueHoldsAllRunAndShutdownDrains) {
+  std::atomic<int> done{0};
+  {
+    slewweb::WorkerPool pool(2, 3);
+    for (int i = 0; i < 20; ++i) pool.enqueue([&done] { ++done; });
+    pool.shutdown();
+    EXPECT_EQ(done, 20) << "enqueue waits for room instead of dropping a connection";
+  }
+  EXPECT_EQ(done, 20);
 }
 
 }  // namespace
