@@ -291,6 +291,7 @@ int bus_put(const char* key, const char* value) {
 
 int bus_write(Origin origin, const char* key, const char* value) {
   if (!bus_key_valid(key) || !value_valid(value)) return -1;
+  if (origin != Origin::Sim && world_key_read_only(key)) return -1;
   Lock lock(big_lock());
   char stored[kTextBuf];
   if (!store_write(key, value, stored)) return -1;

@@ -94,6 +94,7 @@ std::string answer_set(const std::string& rest) {
     return "error bad escape in value\n";
   }
   if (!bus_key_valid(key.c_str())) return "error bad key: " + key + "\n";
+  if (world_key_read_only(key.c_str())) return "error read-only key: " + key + "\n";
   if (text.size() > static_cast<size_t>(kValueMax) || text.find('\0') != std::string::npos) {
     return "error value over " + std::to_string(kValueMax) + " characters\n";
   }

@@ -129,6 +129,8 @@ void world_init();
 // Advances head, lens and controllers by dt.
 void world_step(int64_t dt_ns);
 // Every bus write passes here (knobs under sim., lens commands, ...).
+// True for the sim. keys only the camera itself writes (sim.lens.*).
+bool world_key_read_only(const char* key);
 void world_on_bus_write(Origin origin, const char* key, const char* value);
 // Emulates a shell line inside the sandbox; returns its exit status.
 int shell_run(const char* line);

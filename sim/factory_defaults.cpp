@@ -29,6 +29,9 @@ const Setting kFactory[] = {
     {"ptz.lens.sensor_h", "3.2"},
     {"ptz.lens.base_focal_length", "4.7"},
     {"ptz.lens.max_focal_length", "94"},
+    // Lens type 0: the view move takes its field of view from the sensor and
+    // focal length above, which are the simulated lens's own.
+    {"sim.lens_type", "0"},
     {"image.cam1.flip", "off"},
     {"image.cam1.mirror", "off"},
     {"encode.cam1.eis.enable", "off"},

@@ -82,12 +82,33 @@ const Knob kKnobs[] = {
     {"sim.clock", [](World&, const char* v) { return set_clock(v); }},
 };
 
+// Keys the camera writes about itself and nobody else may write.
+const char* const kReadOnly[] = {"sim.lens.focal_wide", "sim.lens.focal_tele", "sim.lens.zoom_max"};
+
 }  // namespace
+
+bool world_key_read_only(const char* key) {
+  if (!key) return false;
+  for (const char* k : kReadOnly) {
+    if (strcmp(k, key) == 0) return true;
+  }
+  return false;
+}
 
 void knobs_load(World& w) {
   bus_visit("sim.", [](const char* key, const char* value, void* ctx) {
-    knob_apply(*static_cast<World*>(ctx), key, value);
+    if (!world_key_read_only(key)) knob_apply(*static_cast<World*>(ctx), key, value);
   }, &w);
+}
+
+void knobs_publish_lens(const World&) {
+  char text[32];
+  snprintf(text, sizeof text, "%g", kFocalWide);
+  bus_put("sim.lens.focal_wide", text);
+  snprintf(text, sizeof text, "%g", kFocalTele);
+  bus_put("sim.lens.focal_tele", text);
+  snprintf(text, sizeof text, "%d", kZoomMax);
+  bus_put("sim.lens.zoom_max", text);
 }
 
 bool knob_apply(World& w, const char* key, const char* value) {

@@ -12,5 +12,8 @@ namespace sim {
 void knobs_load(World& w);
 // Applies one knob write; false for an unknown key or a bad value.
 bool knob_apply(World& w, const char* key, const char* value);
+// Publishes the read-only sim.lens.* keys: what the simulated lens is, for
+// clients that draw its picture (no notification; they never change).
+void knobs_publish_lens(const World& w);
 
 }  // namespace sim

@@ -54,6 +54,7 @@ void world_init() {
   axis_power_on(w.pan);
   axis_power_on(w.tilt);
   lens_power_on_from_bus(w);
+  knobs_publish_lens(w);
 }
 
 void world_step(int64_t dt_ns) {

@@ -21,6 +21,7 @@
 #include "bus_extra.h"
 #include "bus_protocol.h"
 #include "core.h"
+#include "platform/camstate.h"
 #include "platform/kvlink.h"
 #include "realtime.h"
 
@@ -145,6 +146,17 @@ TEST_F(Realtime, SlewctlGetListAndErrors) {
   ASSERT_EQ(sim::realtime_start(state_, &error), 0) << error;
   EXPECT_EQ(Ctl({"get", "ptz.preset.position.1"}, &out), sim::kCtlOk);
   EXPECT_EQ(out, "two\n");
+}
+
+TEST_F(Realtime, FactoryLensWorksForTheViewMoveAndItsDescriptionIsReadOnly) {
+  std::string out, err;
+  EXPECT_EQ(Ctl({"get", "sim.lens_type"}, &out), sim::kCtlOk);
+  EXPECT_EQ(out, "0\n") << "lens type 0: the view move reads the sensor keys";
+  EXPECT_EQ(get_lenstype(), 0);
+  EXPECT_EQ(Ctl({"set", "sim.lens.zoom_max", "5"}, &out, &err), sim::kCtlRefused);
+  EXPECT_EQ(err, "slewctl: read-only key: sim.lens.zoom_max\n");
+  EXPECT_EQ(Ctl({"get", "sim.lens.zoom_max"}, &out), sim::kCtlOk);
+  EXPECT_EQ(out, "16384\n");
 }
 
 TEST_F(Realtime, WatchStreamsEveryWriteUnderItsPrefix) {

@@ -427,6 +427,22 @@ TEST_F(SimWorld, FocalLengthPinnedOrFollowingTheZoom) {
   EXPECT_EQ(focal(), 94.0);
 }
 
+TEST_F(SimWorld, LensDescriptionIsPublishedAndReadOnly) {
+  power_on();
+  char text[128];
+  ASSERT_TRUE(sim::bus_read("sim.lens.focal_wide", text, sizeof text));
+  EXPECT_STREQ(text, "4.7");
+  ASSERT_TRUE(sim::bus_read("sim.lens.focal_tele", text, sizeof text));
+  EXPECT_STREQ(text, "94");
+  ASSERT_TRUE(sim::bus_read("sim.lens.zoom_max", text, sizeof text));
+  EXPECT_STREQ(text, "16384");
+
+  EXPECT_EQ(sim::bus_write(sim::Origin::External, "sim.lens.zoom_max", "5"), -1);
+  EXPECT_EQ(sim::bus_write(sim::Origin::Daemon, "sim.lens.focal_wide", "1"), -1);
+  ASSERT_TRUE(sim::bus_read("sim.lens.zoom_max", text, sizeof text));
+  EXPECT_STREQ(text, "16384") << "a refused write stores nothing";
+}
+
 // ---- shell -------------------------------------------------------------------------------
 
 TEST_F(SimWorld, ShellCopiesAndRemovesInsideTheSandbox) {

@@ -1,0 +1,159 @@
+// Requests to slewd's bus socket in the line protocol of sim/bus_protocol.h.
+#include "bus_link.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "bus_protocol.h"
+
+namespace slewweb {
+namespace {
+
+// Closes a socket when it goes out of scope.
+struct FdCloser {
+  int fd;
+  ~FdCloser() {
+    if (fd >= 0) close(fd);
+  }
+};
+
+// True when line begins with word and a blank (or is the word alone); rest gets the remainder.
+bool starts(const std::string& line, const char* word, std::string* rest) {
+  size_t n = strlen(word);
+  if (line.compare(0, n, word) != 0) return false;
+  if (line.size() == n) {
+    rest->clear();
+    return true;
+  }
+  if (line[n] != ' ') return false;
+  *rest = line.substr(n + 1);
+  return true;
+}
+
+// Turns a reply that is not the expected one into an error text and status.
+BusReply unexpected(const std::string& reply, std::string* error) {
+  if (starts(reply, "error", error)) return BusReply::kRefused;
+  *error = "unexpected reply from slewd: " + reply;
+  return BusReply::kNoDaemon;
+}
+
+// Splits "KEY=TEXT" (TEXT escaped) into key and value.
+bool split_entry(const std::string& entry, std::string* key, std::string* value) {
+  size_t eq = entry.find('=');
+  if (eq == std::string::npos) return false;
+  *key = entry.substr(0, eq);
+  return sim::proto_unescape(std::string_view(entry).substr(eq + 1), value);
+}
+
+}  // namespace
+
+int BusLink::connect_socket(std::string* error) const {
+  std::string path = sim::socket_path(state_);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) {
+    *error = "socket path too long: " + path;
+    return -1;
+  }
+  memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return fd;
+  *error = "no slewd running on " + state_ + " (" + strerror(errno) + ")";
+  if (fd >= 0) close(fd);
+  return -1;
+}
+
+BusReply BusLink::get(const std::string& key, std::string* value, std::string* error) const {
+  FdCloser fd{connect_socket(error)};
+  if (fd.fd < 0) return BusReply::kNoDaemon;
+  sim::LineReader reader(fd.fd);
+  std::string reply, rest;
+  if (!sim::proto_send(fd.fd, "get " + key + "\n") || !reader.next(&reply)) {
+    *error = "slewd closed the connection";
+    return BusReply::kNoDaemon;
+  }
+  if (reply == "none") return BusReply::kNoValue;
+  if (starts(reply, "value", &rest) && sim::proto_unescape(rest, value)) return BusReply::kOk;
+  return unexpected(reply, error);
+}
+
+BusReply BusLink::set(const std::string& key, const std::string& value, std::string* error) const {
+  FdCloser fd{connect_socket(error)};
+  if (fd.fd < 0) return BusReply::kNoDaemon;
+  sim::LineReader reader(fd.fd);
+  std::string reply;
+  if (!sim::proto_send(fd.fd, "set " + key + " " + sim::proto_escape(value) + "\n") ||
+      !reader.next(&reply)) {
+    *error = "slewd closed the connection";
+    return BusReply::kNoDaemon;
+  }
+  return reply == "ok" ? BusReply::kOk : unexpected(reply, error);
+}
+
+BusReply BusLink::list(const std::string& prefix, std::map<std::string, std::string>* out,
+                       std::string* error) const {
+  FdCloser fd{connect_socket(error)};
+  if (fd.fd < 0) return BusReply::kNoDaemon;
+  sim::LineReader reader(fd.fd);
+  std::string line, rest, key, value;
+  if (!sim::proto_send(fd.fd, "list " + prefix + "\n")) {
+    *error = "slewd closed the connection";
+    return BusReply::kNoDaemon;
+  }
+  while (reader.next(&line)) {
+    if (line == "end") return BusReply::kOk;
+    if (!starts(line, "entry", &rest) || !split_entry(rest, &key, &value)) return unexpected(line, error);
+    (*out)[key] = value;
+  }
+  *error = "slewd went away";
+  return BusReply::kNoDaemon;
+}
+
+void BusLink::follow(int fd, const std::function<void(const std::string&, const std::string&)>& on_change,
+                     const std::function<void(bool)>& on_link) {
+  sim::LineReader reader(fd);
+  std::string line, rest, key, value;
+  if (!sim::proto_send(fd, "watch \n") || !reader.next(&line) || line != "ok") return;
+  on_link(true);
+  while (!stopping_ && reader.next(&line)) {
+    if (starts(line, "change", &rest) && split_entry(rest, &key, &value)) on_change(key, value);
+  }
+}
+
+void BusLink::watch(const std::function<void(const std::string&, const std::string&)>& on_change,
+                    const std::function<void(bool)>& on_link) {
+  bool was_up = true;  // so that a first failure is told too
+  while (!stopping_) {
+    std::string error;
+    int fd = connect_socket(&error);
+    if (fd >= 0) {
+      {
+        std::lock_guard lock(watch_mutex_);
+        watch_fd_ = fd;
+      }
+      if (!stopping_) follow(fd, on_change, on_link);
+      std::lock_guard lock(watch_mutex_);
+      watch_fd_ = -1;
+      close(fd);
+      was_up = true;
+    }
+    if (stopping_) break;
+    if (was_up) on_link(false);
+    was_up = false;
+    for (int i = 0; i < 10 && !stopping_; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+}
+
+void BusLink::stop() {
+  stopping_ = true;
+  std::lock_guard lock(watch_mutex_);
+  if (watch_fd_ >= 0) shutdown(watch_fd_, SHUT_RDWR);
+}
+
+}  // namespace slewweb

@@ -1,0 +1,22 @@
+# Writes OUT, a C++ source holding the files of PAGE_DIR (named in FILES) as
+# the table of page_files.h. Run at build time, so an edit of the page
+# rebuilds slewweb.
+set(body "// Generated from tools/slewweb/page/ by embed_page.cmake.\n#include \"page_files.h\"\n\nnamespace slewweb {\n\nconst PageFile kPageFiles[] = {\n")
+foreach(name ${FILES})
+  file(READ "${PAGE_DIR}/${name}" content)
+  if(name MATCHES "\\.html$")
+    set(type "text/html; charset=utf-8")
+  elseif(name MATCHES "\\.css$")
+    set(type "text/css; charset=utf-8")
+  elseif(name MATCHES "\\.svg$")
+    set(type "image/svg+xml")
+  else()
+    set(type "text/javascript; charset=utf-8")
+  endif()
+  string(LENGTH "${content}" size)
+  string(APPEND body "    {\"/${name}\", \"${type}\", R\"slewweb_page(${content})slewweb_page\", ${size}},\n")
+endforeach()
+list(LENGTH FILES count)
+string(APPEND body "};\n\nconst size_t kPageFileCount = ${count};\n\n}  // namespace slewweb\n")
+file(WRITE "${OUT}.tmp" "${body}")
+file(COPY_FILE "${OUT}.tmp" "${OUT}" ONLY_IF_DIFFERENT)
