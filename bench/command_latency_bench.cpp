@@ -1,14 +1,19 @@
-// Command-to-motion latency in real time: from `slewctl set ptz.run_mode
-// manual:50,0,0` to the first PanContinuousMove in slewd's transcript,
-// median and worst of 100 tries. Includes starting slewctl itself.
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
+// Command-to-motion latency of a real-time slewd against its floor. A
+// persistent bus client sends `set ptz.run_mode manual:50,0,0` at a random
+// point of the daemon's 10 ms tick and waits for the first
+// PanContinuousMove(0,450) in the transcript (inotify). The floor is a
+// process that polls a pipe every 10 ms and answers on another: the least
+// any 10 ms loop can do. Tries of both alternate; medians and p99 compared.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -16,70 +21,155 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr int kWaitMs = 5000;  // a try that takes longer has failed
 
-std::string g_folder;
-long g_offset = 0;  // how far the transcript has been read
-
-// Reads the transcript from where the last call stopped; true once a new
-// line holds text. Gives up after 10 s.
-bool AwaitTranscript(const char* text) {
-  auto start = Clock::now();
-  std::string pending;
-  while (Clock::now() - start < std::chrono::seconds(10)) {
-    FILE* f = fopen((g_folder + "/transcript.log").c_str(), "r");
-    if (f != nullptr) {
-      fseek(f, g_offset, SEEK_SET);
-      char buf[4096];
-      size_t n;
-      while ((n = fread(buf, 1, sizeof buf, f)) > 0) {
-        pending.append(buf, n);
-        g_offset += (long)n;
-      }
-      fclose(f);
-      if (pending.find(text) != std::string::npos) return true;
-    }
-    usleep(200);
-  }
-  return false;
-}
-
-// Runs slewctl with the state folder of the benchmark.
-void Slewctl(const char* key, const char* value) {
+// The floor: every 10 ms, looks for a byte on in and answers on out.
+pid_t StartPipePoller(int in, int out) {
   pid_t pid = fork();
   if (pid == 0) {
-    setenv("SLEWD_STATE", g_folder.c_str(), 1);
-    execl(SLEWCTL_PATH, "slewctl", "set", key, value, (char*)nullptr);
-    _exit(127);
+    fcntl(in, F_SETFL, O_NONBLOCK);
+    timespec tick{0, 10 * 1000 * 1000};
+    char byte;
+    for (;;) {
+      nanosleep(&tick, nullptr);
+      if (read(in, &byte, 1) == 1 && write(out, &byte, 1) != 1) _exit(1);
+    }
   }
-  waitpid(pid, nullptr, 0);
+  return pid;
+}
+
+// One floor try: send a byte, wait for the answer; ms, or -1.
+double FloorTry(int to_floor, int from_floor) {
+  double start = MonotonicSeconds();
+  if (write(to_floor, "x", 1) != 1) return -1;
+  pollfd p{from_floor, POLLIN, 0};
+  char byte;
+  if (poll(&p, 1, kWaitMs) != 1 || read(from_floor, &byte, 1) != 1) return -1;
+  return (MonotonicSeconds() - start) * 1000;
+}
+
+// The transcript, followed through inotify from where the last wait ended.
+struct Transcript {
+  std::string path;
+  int notify = -1;
+  long offset = 0;
+};
+
+// Reads what the transcript gained; true once it holds text.
+bool TranscriptHas(Transcript& t, const char* text, std::string& seen) {
+  FILE* f = fopen(t.path.c_str(), "r");
+  if (f == nullptr) return false;
+  fseek(f, t.offset, SEEK_SET);
+  char buf[4096];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof buf, f)) > 0) {
+    seen.append(buf, n);
+    t.offset += static_cast<long>(n);
+  }
+  fclose(f);
+  return seen.find(text) != std::string::npos;
+}
+
+// Waits until a line holding text is added to the transcript; false on time-out.
+bool AwaitTranscript(Transcript& t, const char* text) {
+  std::string seen;
+  double deadline = MonotonicSeconds() + kWaitMs / 1000.0;
+  while (!TranscriptHas(t, text, seen)) {
+    if (MonotonicSeconds() > deadline) return false;
+    pollfd p{t.notify, POLLIN, 0};
+    if (poll(&p, 1, 100) == 1) {
+      char events[4096];
+      if (read(t.notify, events, sizeof events) < 0) return false;
+    }
+  }
+  return true;
+}
+
+// Connects to the bus socket of the state folder; -1 on failure.
+int ConnectBus(const std::string& folder) {
+  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  snprintf(addr.sun_path, sizeof addr.sun_path, "%s/bus.sock", folder.c_str());
+  if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) return -1;
+  return fd;
+}
+
+// Sends one set request on the persistent connection and reads its `ok`.
+bool BusSet(int fd, const char* key, const char* value) {
+  char line[256];
+  int n = snprintf(line, sizeof line, "set %s %s\n", key, value);
+  if (write(fd, line, n) != n) return false;
+  char reply[64];
+  ssize_t got = read(fd, reply, sizeof reply);
+  return got >= 3 && strncmp(reply, "ok\n", 3) == 0;
+}
+
+// One daemon try: the command, timed to its motion; then stop. ms, or -1.
+double DaemonTry(int bus, Transcript& t) {
+  double start = MonotonicSeconds();
+  if (!BusSet(bus, "ptz.run_mode", "manual:50,0,0")) return -1;
+  if (!AwaitTranscript(t, "call PanContinuousMove(0,450)")) return -1;
+  double ms = (MonotonicSeconds() - start) * 1000;
+  if (!BusSet(bus, "ptz.run_mode", "stop") || !AwaitTranscript(t, "call PanContinuousMove(0,0)")) return -1;
+  return ms;
+}
+
+// Sleeps a random time in [0, 10 ms), so the next send lands anywhere in a tick.
+void RandomPause(std::mt19937& random) {
+  std::uniform_int_distribution<long> ns(0, 10 * 1000 * 1000 - 1);
+  timespec pause{0, 20 * 1000 * 1000 + ns(random)};  // 20 ms to settle, then the random part
+  nanosleep(&pause, nullptr);
+}
+
+// Prints the median and p99 of one side.
+void Report(const char* name, const std::vector<double>& ms) {
+  printf("%s: median %.2f ms, p99 %.2f ms, best %.2f ms (%zu tries)\n", name, Quantile(ms, 0.5),
+         Quantile(ms, 0.99), Quantile(ms, 0), ms.size());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  int tries = argc > 1 ? atoi(argv[1]) : 100;
-  char folder[] = "/tmp/slewd-latency-XXXXXX";
-  if (mkdtemp(folder) == nullptr) return 1;
-  g_folder = folder;
-  pid_t daemon = StartSlewd(folder);
-  if (!AwaitTranscript("out in loop")) {
-    fprintf(stderr, "slewd did not come up\n");
+  int tries = argc > 1 ? atoi(argv[1]) : 200;
+  if (tries <= 0) {
+    fprintf(stderr, "usage: command_latency_bench [TRIES]\n");
+    return 2;
+  }
+  std::string folder = MakeStateFolder();
+  if (folder.empty()) return 1;
+  pid_t daemon = StartSlewd(folder.c_str());
+  int to_floor[2], from_floor[2];
+  if (pipe(to_floor) != 0 || pipe(from_floor) != 0) return 1;
+  pid_t floor = StartPipePoller(to_floor[0], from_floor[1]);
+  Transcript t{folder + "/transcript.log", inotify_init1(IN_CLOEXEC)};
+  sleep(1);  // the transcript exists once the camera has started
+  inotify_add_watch(t.notify, t.path.c_str(), IN_MODIFY);
+  int bus = -1;
+  if (!AwaitTranscript(t, "out in loop") || (bus = ConnectBus(folder)) < 0) {
+    fprintf(stderr, "command_latency_bench: slewd did not come up\n");
+    StopSlewd(daemon, folder.c_str());
     return 1;
   }
-  std::vector<double> ms;
+  std::mt19937 random(12345);
+  std::vector<double> floor_ms, daemon_ms;
   for (int i = 0; i < tries; i++) {
-    auto start = Clock::now();
-    Slewctl("ptz.run_mode", "manual:50,0,0");
-    if (!AwaitTranscript("call PanContinuousMove(0,450)")) break;
-    ms.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
-    Slewctl("ptz.run_mode", "stop");
-    AwaitTranscript("call PanContinuousMove(0,0)");
+    RandomPause(random);
+    double f = FloorTry(to_floor[1], from_floor[0]);
+    RandomPause(random);
+    double d = DaemonTry(bus, t);
+    if (f < 0 || d < 0) break;
+    floor_ms.push_back(f);
+    daemon_ms.push_back(d);
   }
-  StopSlewd(daemon, folder);
-  if (ms.empty()) return 1;
-  std::sort(ms.begin(), ms.end());
-  printf("command to motion: median %.1f ms, worst %.1f ms, best %.1f ms (%zu tries)\n",
-         ms[ms.size() / 2], ms.back(), ms.front(), ms.size());
+  kill(floor, SIGKILL);
+  waitpid(floor, nullptr, 0);
+  close(bus);
+  StopSlewd(daemon, folder.c_str());
+  if (daemon_ms.empty()) return 1;
+  Report("pipe poller every 10 ms (floor)", floor_ms);
+  Report("slewd, command to motion", daemon_ms);
+  printf("ratio to the floor: median %.2f, p99 %.2f\n", Quantile(daemon_ms, 0.5) / Quantile(floor_ms, 0.5),
+         Quantile(daemon_ms, 0.99) / Quantile(floor_ms, 0.99));
   return 0;
 }

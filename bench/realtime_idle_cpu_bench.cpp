@@ -1,47 +1,56 @@
-// CPU share of an idle slewd in real time: start it on a fresh state folder,
-// let the bring-up finish, then read its CPU time over 30 s from /proc.
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+// CPU share of an idle real-time slewd against its floor: a process started
+// by the benchmark that does nothing but sleep 10 ms in a loop, as the
+// daemon's main loop does. Both are measured over the same windows, after
+// slewd's bring-up; the ratio is what counts.
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
+#include <vector>
 
 #include "slewd_process.h"
 
 namespace {
 
-// utime + stime of a process, in clock ticks.
-long CpuTicks(pid_t pid) {
-  std::string path = "/proc/" + std::to_string(pid) + "/stat";
-  FILE* f = fopen(path.c_str(), "r");
-  if (f == nullptr) return -1;
-  char buf[1024];
-  size_t n = fread(buf, 1, sizeof buf - 1, f);
-  fclose(f);
-  buf[n] = '\0';
-  const char* p = strrchr(buf, ')');  // fields after the command name
-  long utime = 0, stime = 0;
-  if (p == nullptr || sscanf(p + 2, "%*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %ld %ld", &utime, &stime) != 2) return -1;
-  return utime + stime;
+// The floor: a child that sleeps 10 ms at a time until killed.
+pid_t StartSleeper() {
+  pid_t pid = fork();
+  if (pid == 0) {
+    timespec tick{0, 10 * 1000 * 1000};
+    for (;;) nanosleep(&tick, nullptr);
+  }
+  return pid;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  int seconds = argc > 1 ? atoi(argv[1]) : 30;
-  char folder[] = "/tmp/slewd-bench-XXXXXX";
-  if (mkdtemp(folder) == nullptr) return 1;
-  pid_t pid = StartSlewd(folder);
+  int seconds = argc > 1 ? atoi(argv[1]) : 60;
+  int windows = argc > 2 ? atoi(argv[2]) : 3;
+  if (seconds <= 0 || windows <= 0) {
+    fprintf(stderr, "usage: realtime_idle_cpu_bench [SECONDS [WINDOWS]]\n");
+    return 2;
+  }
+  std::string folder = MakeStateFolder();
+  if (folder.empty()) return 1;
+  pid_t daemon = StartSlewd(folder.c_str());
+  pid_t sleeper = StartSleeper();
   sleep(10);  // bring-up: calibration, levelling, lens
-  long before = CpuTicks(pid);
-  sleep(seconds);
-  long after = CpuTicks(pid);
-  StopSlewd(pid, folder);
-  if (before < 0 || after < 0) return 1;
-  double cpu = (double)(after - before) / sysconf(_SC_CLK_TCK);
-  printf("idle slewd: %.3f s of CPU in %d s, %.2f%% of one core\n", cpu, seconds, 100.0 * cpu / seconds);
+  std::vector<double> ratios;
+  for (int w = 1; w <= windows; w++) {
+    double d0 = ProcessCpuSeconds(daemon), s0 = ProcessCpuSeconds(sleeper);
+    sleep(seconds);
+    double d1 = ProcessCpuSeconds(daemon), s1 = ProcessCpuSeconds(sleeper);
+    if (d0 < 0 || d1 < 0 || s0 < 0 || s1 < 0) break;
+    double daemon_share = 100.0 * (d1 - d0) / seconds, floor_share = 100.0 * (s1 - s0) / seconds;
+    ratios.push_back(daemon_share / floor_share);
+    printf("window %d: idle slewd %.3f%% of a core, 10 ms sleeper (floor) %.3f%%, ratio %.2f\n", w,
+           daemon_share, floor_share, ratios.back());
+  }
+  kill(sleeper, SIGKILL);
+  waitpid(sleeper, nullptr, 0);
+  StopSlewd(daemon, folder.c_str());
+  if (ratios.empty()) return 1;
+  printf("idle slewd against the sleeper floor: median ratio %.2f over %zu windows of %d s\n",
+         Quantile(ratios, 0.5), ratios.size(), seconds);
   return 0;
 }

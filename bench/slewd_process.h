@@ -1,14 +1,17 @@
-// Starting and stopping a real-time slewd on a state folder of its own, for
-// the benchmarks that measure it from outside.
+// Helpers of the benchmarks that measure a real-time slewd from outside:
+// starting and stopping it, the CPU time of a process, and medians.
 #pragma once
 
 #include <signal.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 // Starts slewd on state, its console discarded; returns its pid.
 inline pid_t StartSlewd(const char* state) {
@@ -28,4 +31,45 @@ inline void StopSlewd(pid_t pid, const char* state) {
   waitpid(pid, nullptr, 0);
   std::string cleanup = std::string("rm -rf ") + state;
   if (system(cleanup.c_str()) != 0) fprintf(stderr, "could not remove %s\n", state);
+}
+
+// CPU time of a whole process (all its threads) in seconds; -1 when gone.
+inline double ProcessCpuSeconds(pid_t pid) {
+  clockid_t clock;
+  timespec ts;
+  if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &ts) != 0) return -1;
+  return ts.tv_sec + ts.tv_nsec / 1e9;
+}
+
+// Wall-clock seconds of the host's monotonic clock.
+inline double MonotonicSeconds() {
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return ts.tv_sec + ts.tv_nsec / 1e9;
+}
+
+// The value at fraction q (0..1) of the sorted values: 0.5 the median.
+inline double Quantile(std::vector<double> values, double q) {
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  size_t i = static_cast<size_t>(q * (values.size() - 1) + 0.5);
+  return values[std::min(i, values.size() - 1)];
+}
+
+// A fresh folder under /tmp for one slewd; empty when none could be made.
+inline std::string MakeStateFolder() {
+  char folder[] = "/tmp/slewd-bench-XXXXXX";
+  return mkdtemp(folder) != nullptr ? folder : "";
+}
+
+// Reads a whole file; empty when it cannot be read.
+inline std::string ReadFile(const std::string& path) {
+  std::string text;
+  FILE* f = fopen(path.c_str(), "r");
+  if (f == nullptr) return text;
+  char buf[4096];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
+  fclose(f);
+  return text;
 }

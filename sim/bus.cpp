@@ -242,6 +242,7 @@ void notify_listeners(Lock& lock, const char* key, const char* value) {
   for (int i = 0; i < count; ++i) {
     snprintf(key_copy, sizeof key_copy, "%s", key);
     snprintf(value_copy, sizeof value_copy, "%s", value);
+    DaemonCallback daemon;
     matched[i](key_copy, value_copy);
   }
   lock.lock();

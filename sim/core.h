@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <atomic>
 #include <cstdio>
 #include <mutex>
 
@@ -56,6 +57,32 @@ void set_wake_ns(int64_t at_ns);
 // Whether virtual sleeps hand bus notifications to the daemon's listeners;
 // the runner turns it off once the daemon has ended. On after clock_init.
 void set_delivery(bool on);
+
+// ---- the daemon's side and the camera's (os_seam.cpp) ----------------------
+
+// How deep this thread is inside the camera's library calls: 0 while it runs
+// the daemon's own code. The heap test counts allocations made at depth 0.
+extern thread_local int t_platform_depth;
+
+// Marks one library call of the daemon for its length.
+struct PlatformCall {
+  PlatformCall() { ++t_platform_depth; }
+  ~PlatformCall() { --t_platform_depth; }
+  PlatformCall(const PlatformCall&) = delete;
+  PlatformCall& operator=(const PlatformCall&) = delete;
+};
+
+// Marks a call back into the daemon (a listener, a signal handler) for its
+// length: the daemon's own code again.
+struct DaemonCallback {
+  DaemonCallback() : saved_(t_platform_depth) { t_platform_depth = 0; }
+  ~DaemonCallback() { t_platform_depth = saved_; }
+  DaemonCallback(const DaemonCallback&) = delete;
+  DaemonCallback& operator=(const DaemonCallback&) = delete;
+
+ private:
+  int saved_;
+};
 
 // ---- transcript (transcript.cpp) ------------------------------------------
 
@@ -128,6 +155,23 @@ bool bus_key_valid(const char* key);
 void world_init();
 // Advances head, lens and controllers by dt.
 void world_step(int64_t dt_ns);
+// Real time: steps the world up to the clock, so that a library call sees
+// it exact to the moment of the call. Virtual time steps the world with the
+// clock, so there it has nothing to do. Caller holds big_lock.
+void world_catch_up();
+// Clock time (now_ns scale) of the next moment the world changes by itself
+// (an axis arriving, a calibration ending, a lens publication falling due);
+// INT64_MAX when nothing is due.
+int64_t world_next_event_ns();
+// Real time: wakes the world thread when the world now has something to do
+// sooner than the thread sleeps for. Caller holds big_lock.
+void world_wake_if_sooner();
+// The real-time world thread: sleeps until the world's next event or a wake,
+// catches the world up, until quit is set and world_thread_stop called.
+void world_thread_run(const std::atomic<bool>& quit);
+void world_thread_stop();
+// How many times the world thread has woken since the camera started.
+int64_t world_thread_wakes();
 // Every bus write passes here (knobs under sim., lens commands, ...).
 // True for the sim. keys only the camera itself writes (sim.lens.*).
 bool world_key_read_only(const char* key);

@@ -130,4 +130,17 @@ void axis_step(Axis& axis, int64_t dt_ns) {
   if (arrives) axis_stop(axis);
 }
 
+int64_t axis_ns_to_event(const Axis& axis) {
+  int64_t soonest = axis_calibrating(axis) ? axis.cali_left_ns : -1;
+  if (!axis_moving(axis)) return soonest;
+  int64_t r = room(axis);
+  if (r == kUnbounded) return soonest;
+  // The first instant at which the travel covers the room; at least 1 ns so
+  // that a waiter always moves on.
+  int64_t per_ns = int64_t{axis.speed} * kPanTurn;
+  int64_t needed = r * kTravelDen - axis.carry;
+  int64_t arrival = std::max<int64_t>((needed + per_ns - 1) / per_ns, 1);
+  return soonest < 0 ? arrival : std::min(soonest, arrival);
+}
+
 }  // namespace sim

@@ -73,5 +73,8 @@ bool axis_calibrating(const Axis& axis);
 bool axis_active(const Axis& axis);
 // Advances the axis by dt_ns (at most one world step).
 void axis_step(Axis& axis, int64_t dt_ns);
+// Nanoseconds until the axis changes by itself (arrives, stops at a bound or
+// ends its calibration); -1 when nothing is due (idle, or turning for good).
+int64_t axis_ns_to_event(const Axis& axis);
 
 }  // namespace sim

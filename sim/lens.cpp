@@ -94,6 +94,34 @@ bool lens_active(const Lens& lens) {
   return lens.search_left_ns > 0 || busy(lens.zoom) || busy(lens.focus);
 }
 
+namespace {
+
+// The sooner of two waits, -1 standing for none.
+int64_t sooner(int64_t a, int64_t b) {
+  if (a < 0) return b;
+  if (b < 0) return a;
+  return std::min(a, b);
+}
+
+// Nanoseconds until one motor arrives or its next publication falls due. A
+// moving motor whose publication is already due publishes at its next whole
+// step: wait one world step, as a world stepped every kWorldStepNs would.
+int64_t axis_ns_to_event(const LensAxis& axis, int64_t now_ns) {
+  if (axis.pos == axis.target && axis.pos == axis.published) return -1;
+  int64_t due = axis.published_at + kLensPublishNs - now_ns;
+  if (axis.pos == axis.target) return std::max(due, int64_t{1});
+  int64_t gap = axis.target > axis.pos ? axis.target - axis.pos : axis.pos - axis.target;
+  int64_t arrival = std::max<int64_t>((gap * 1000000000LL - axis.carry + axis.rate - 1) / axis.rate, int64_t{1});
+  return std::min<int64_t>(arrival, due > 0 ? due : kWorldStepNs);
+}
+
+}  // namespace
+
+int64_t lens_ns_to_event(const Lens& lens, int64_t now_ns) {
+  int64_t search = lens.search_left_ns > 0 ? lens.search_left_ns : -1;
+  return sooner(search, sooner(axis_ns_to_event(lens.zoom, now_ns), axis_ns_to_event(lens.focus, now_ns)));
+}
+
 int lens_status(const Lens& lens) {
   bool moving = lens.zoom.pos != lens.zoom.target || lens.focus.pos != lens.focus.target ||
                 lens.search_left_ns > 0;

@@ -46,6 +46,9 @@ void lens_command(Lens& lens, const char* key, const char* value);
 void lens_step(Lens& lens, int64_t dt_ns, int64_t now_ns);
 // True when a step can change anything.
 bool lens_active(const Lens& lens);
+// Nanoseconds until the lens changes by itself (a motor arriving, a
+// publication falling due, a search ending); -1 when nothing is due.
+int64_t lens_ns_to_event(const Lens& lens, int64_t now_ns);
 // GetLensStatus: kLensMoving while zoom or focus moves, else kLensIdle.
 int lens_status(const Lens& lens);
 

@@ -39,6 +39,8 @@ void console_out(const char* text, size_t len) {
 
 }  // namespace
 
+thread_local int t_platform_depth = 0;
+
 SignalHandler installed_signal_handler(int signo) {
   if (signo <= 0 || signo >= kSignalCount) return nullptr;
   return g_handlers[signo].load();
@@ -51,46 +53,57 @@ void set_exit_hook(ExitHook hook) { g_exit_hook.store(hook); }
 extern "C" {
 
 int os_usleep(unsigned int usec) {
+  sim::PlatformCall in;
   sim::sleep_ns(static_cast<int64_t>(usec) * 1000);
   return 0;
 }
 
 unsigned int os_sleep(unsigned int sec) {
+  sim::PlatformCall in;
   sim::sleep_ns(static_cast<int64_t>(sec) * 1000000000LL);
   return 0;
 }
 
 int os_clock_raw(struct timespec* ts) {
+  sim::PlatformCall in;
   int64_t ns = sim::now_ns();
   ts->tv_sec = static_cast<time_t>(ns / 1000000000LL);
   ts->tv_nsec = static_cast<long>(ns % 1000000000LL);
   return 0;
 }
 
-time_t os_time(void) { return static_cast<time_t>(sim::wall_seconds()); }
+time_t os_time(void) {
+  sim::PlatformCall in;
+  return static_cast<time_t>(sim::wall_seconds());
+}
 
 // Virtual time is UTC (the sim.clock knob); real time is the host's zone.
 struct tm* os_localtime(const time_t* t, struct tm* out) {
+  sim::PlatformCall in;
   return sim::virtual_mode() ? gmtime_r(t, out) : localtime_r(t, out);
 }
 
 int os_system(const char* line) {
+  sim::PlatformCall in;
   sim::trace(sim::Kind::Sh, "%s", line);
   std::lock_guard<std::recursive_mutex> guard(sim::big_lock());
   return sim::shell_run(line);
 }
 
 FILE* os_fopen(const char* path, const char* mode) {
+  sim::PlatformCall in;
   bool writes = strchr(mode, 'w') || strchr(mode, 'a');
   return fopen(sim::host_path(path, writes).c_str(), mode);
 }
 
 int os_open(const char* path, int flags) {
+  sim::PlatformCall in;
   bool creates = (flags & O_CREAT) != 0;
   return open(sim::host_path(path, creates).c_str(), flags, 0644);
 }
 
 int os_printf(const char* fmt, ...) {
+  sim::PlatformCall in;
   char small[1024];
   va_list args;
   va_start(args, fmt);
@@ -110,17 +123,20 @@ int os_printf(const char* fmt, ...) {
 }
 
 int os_puts(const char* text) {
+  sim::PlatformCall in;
   std::string line = std::string(text) + '\n';
   sim::console_out(line.data(), line.size());
   return 1;
 }
 
 void os_signal(int signo, OsSignalHandler handler) {
+  sim::PlatformCall in;
   if (signo <= 0 || signo >= sim::kSignalCount) return;
   sim::g_handlers[signo].store(handler);
 }
 
 void os_exit(int status) {
+  sim::PlatformCall in;
   sim::console_flush();
   sim::trace(sim::Kind::Exit, "%d", status);
   if (!sim::virtual_mode()) {

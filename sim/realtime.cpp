@@ -1,5 +1,5 @@
-// Threads of the real-time camera: the world thread steps the physics every
-// 10 ms, the bus thread delivers notifications from other processes to the
+// Threads of the real-time camera: the world thread moves the world when it
+// has something to do by itself (world_timing.cpp), the bus thread delivers notifications from other processes to the
 // daemon's listeners (beside the daemon's main loop, as the firmware's bus
 // library does), and the socket threads serve slewctl.
 #include "realtime.h"
@@ -9,13 +9,10 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <csignal>
 #include <cstring>
-#include <mutex>
 #include <thread>
 
 #include "bus_extra.h"
@@ -27,17 +24,13 @@
 namespace sim {
 namespace {
 
-// Longest gap the world catches up on after the process was held up.
-constexpr int64_t kMaxCatchUpNs = 1000LL * 1000000LL;
 // Longest wait of the bus thread before it looks at its quit flag again.
 constexpr int64_t kBusWaitNs = 1000LL * 1000000LL;
 
 struct Realtime {
   bool running = false;            // between start and stop (main thread only)
   std::atomic<bool> quit{false};   // asks the threads to end
-  std::mutex mutex;                // for the world thread's wait
-  std::condition_variable wake;    // ends the world thread's wait early
-  std::thread world;               // steps the physics
+  std::thread world;               // moves the world when it is due
   std::thread bus;                 // delivers notifications
   std::thread signals;             // hands SIGINT, SIGQUIT, SIGTERM to the daemon
   int lock_fd = -1;                // holds the state folder
@@ -49,24 +42,8 @@ Realtime& rt() {
   return *r;
 }
 
-// Steps the world every kWorldStepNs by the real time that has passed.
-void world_loop() {
-  Realtime& r = rt();
-  int64_t last = now_ns();
-  std::unique_lock<std::mutex> lock(r.mutex);
-  while (!r.quit) {
-    r.wake.wait_for(lock, std::chrono::nanoseconds(kWorldStepNs), [&] { return r.quit.load(); });
-    lock.unlock();
-    int64_t now = now_ns();
-    int64_t due = std::min(now - last, kMaxCatchUpNs);
-    last = now;
-    {
-      std::lock_guard<std::recursive_mutex> guard(big_lock());
-      for (; due > 0; due -= kWorldStepNs) world_step(std::min(due, kWorldStepNs));
-    }
-    lock.lock();
-  }
-}
+// Moves the world whenever it has something to do, until quit.
+void world_loop() { world_thread_run(rt().quit); }
 
 // Delivers queued notifications as they come.
 void bus_loop() {
@@ -96,6 +73,7 @@ void signal_loop() {
     if (rt().quit) return;
     SignalHandler handler = installed_signal_handler(signo);
     if (handler != nullptr) {
+      DaemonCallback daemon;
       handler(signo);
       continue;
     }
@@ -227,11 +205,8 @@ void realtime_stop() {
   Realtime& r = rt();
   if (!r.running) return;
   bus_server_stop();
-  {
-    std::lock_guard<std::mutex> guard(r.mutex);
-    r.quit = true;
-  }
-  r.wake.notify_all();
+  r.quit = true;
+  world_thread_stop();
   bus_wake_waiters();
   r.world.join();
   r.bus.join();

@@ -12,11 +12,13 @@
 extern "C" {
 
 int kvlink_initial(void) {
+  sim::PlatformCall in;
   sim::trace_call(false, "kvlink_initial()");
   return 0;
 }
 
 int kvlink_get(const char* key, char* buf, int len) {
+  sim::PlatformCall in;
   if (key == nullptr) return -1;
   sim::trace_call(true, "kvlink_get(%s)", key);
   if (buf == nullptr || len <= 0) return -1;
@@ -24,6 +26,7 @@ int kvlink_get(const char* key, char* buf, int len) {
 }
 
 int kvlink_set(const char* key, const char* value) {
+  sim::PlatformCall in;
   if (key == nullptr || value == nullptr) return -1;
   char cut[sim::kValueMax + 1];
   if (strnlen(value, sizeof cut) > static_cast<size_t>(sim::kValueMax)) {
@@ -35,11 +38,13 @@ int kvlink_set(const char* key, const char* value) {
 }
 
 int kvlink_listen(const char* key, KvlinkCallback callback) {
+  sim::PlatformCall in;
   sim::trace_call(false, "kvlink_listen(%s)", key != nullptr ? key : "");
   return sim::bus_listen(key, callback);
 }
 
 int kvlink_get_name(const char* key, int index, char* buf, int len) {
+  sim::PlatformCall in;
   if (key == nullptr) return -1;
   sim::trace_call(true, "kvlink_get_name(%s,%d)", key, index);
   if (buf == nullptr || len <= 0) return -1;
@@ -47,11 +52,13 @@ int kvlink_get_name(const char* key, int index, char* buf, int len) {
 }
 
 int kvlink_restore_default(const char* key) {
+  sim::PlatformCall in;
   sim::trace_call(false, "kvlink_restore_default(%s)", key != nullptr ? key : "");
   return sim::bus_restore_default(key);
 }
 
 int kvlink_log(int facility, int level, const char* host, const char* message) {
+  sim::PlatformCall in;
   (void)facility;
   (void)level;
   (void)host;

@@ -50,6 +50,7 @@ void world_init() {
   std::lock_guard lock(big_lock());
   World& w = the_world();
   w = World{};
+  w.power_on_ns = now_ns();
   knobs_load(w);
   axis_power_on(w.pan);
   axis_power_on(w.tilt);
@@ -80,8 +81,10 @@ void world_on_bus_write(Origin, const char* key, const char* value) {
   if (!key || !value) return;
   std::lock_guard lock(big_lock());
   World& w = the_world();
+  world_catch_up();
   if (strncmp(key, "sim.", 4) == 0) knob_apply(w, key, value);
   else if (strncmp(key, "ptz.lens.", 9) == 0) lens_command(w.lens, key, value);
+  world_wake_if_sooner();
 }
 
 }  // namespace sim

@@ -20,7 +20,8 @@ struct ShellRecord {
 };
 
 struct World {
-  int64_t elapsed_ns = 0;  // simulated time since power-on
+  int64_t elapsed_ns = 0;   // simulated time since power-on
+  int64_t power_on_ns = 0;  // now_ns() at power-on: elapsed_ns counts from there
 
   Axis pan{.kind = AxisKind::Pan};
   Axis tilt{.kind = AxisKind::Tilt};

@@ -8,10 +8,23 @@
 
 namespace sim {
 
-// Holds the simulated camera's lock for the length of one call.
-inline std::lock_guard<std::recursive_mutex> hold() {
-  return std::lock_guard<std::recursive_mutex>(big_lock());
-}
+// One library call: holds the simulated camera's lock, sees the world as of
+// the moment of the call, and tells the world thread when the call gave it
+// something sooner to do.
+class Call {
+ public:
+  Call() : guard_(big_lock()) { world_catch_up(); }
+  ~Call() { world_wake_if_sooner(); }
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+
+ private:
+  std::lock_guard<std::recursive_mutex> guard_;
+  PlatformCall platform_;
+};
+
+// Holds the simulated camera for the length of one call.
+inline Call hold() { return Call(); }
 
 // A getter with an out-pointer: delivers v (if there is a pointer) and traces
 // it as Name(v). -1 without a pointer.

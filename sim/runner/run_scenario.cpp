@@ -153,6 +153,7 @@ void do_signal(const Directive& d) {
     trace(Kind::Exit, "%d", 128 + d.number);
     daemon_ended(128 + d.number);
   }
+  DaemonCallback daemon;
   handler(d.number);
 }
 
