@@ -43,6 +43,7 @@ struct BusState {
   sqlite3* db = nullptr;           // the store
   sqlite3_stmt* upsert = nullptr;  // writes one key
   sqlite3_stmt* erase = nullptr;   // removes one key
+  bool in_memory = false;          // a virtual run's store: the copy is the whole store
   std::map<std::string, std::string, std::less<>> values;  // copy of the store
   int list_entries = 0;                 // entries 0..n-1 of kPresetList
   std::vector<Listener> listeners;      // in registration order
@@ -172,10 +173,12 @@ bool run_statement(sqlite3_stmt* statement, std::string_view key, const char* va
   return false;
 }
 
-// Stores one key in SQLite and in the copy (caller holds lock).
+// Stores one key in SQLite and in the copy (caller holds lock). An
+// in-memory store lives and dies with the process and nobody else reads it:
+// the copy alone holds it, sparing SQLite's work on every position written.
 bool store(std::string_view key, const char* value) {
   BusState& b = bus();
-  if (!run_statement(b.upsert, key, value)) return false;
+  if (!b.in_memory && !run_statement(b.upsert, key, value)) return false;
   auto it = b.values.find(key);
   if (it == b.values.end()) {
     b.values.emplace(std::string(key), value);
@@ -189,7 +192,7 @@ bool store(std::string_view key, const char* value) {
 // Removes one key from SQLite and the copy (caller holds lock).
 bool erase(std::string_view key) {
   BusState& b = bus();
-  if (!run_statement(b.erase, key, nullptr)) return false;
+  if (!b.in_memory && !run_statement(b.erase, key, nullptr)) return false;
   auto it = b.values.find(key);
   if (it != b.values.end()) b.values.erase(it);
   return true;
@@ -232,8 +235,12 @@ void trace_write(Origin origin, const char* key, const char* value) {
 void notify_listeners(Lock& lock, const char* key, const char* value) {
   KvlinkCallback matched[kMaxListeners];
   int count = 0;
+  size_t key_len = strnlen(key, kTextBuf);
   for (const Listener& l : bus().listeners) {
-    if (strncmp(key, l.prefix.c_str(), l.prefix.size()) == 0) matched[count++] = l.callback;
+    size_t n = l.prefix.size();
+    // Most prefixes share "ptz." with the key: the last character tells first.
+    if (n > key_len || (n > 0 && key[n - 1] != l.prefix[n - 1])) continue;
+    if (memcmp(key, l.prefix.data(), n) == 0) matched[count++] = l.callback;
   }
   if (count == 0) return;
   char key_copy[kTextBuf];
@@ -266,12 +273,13 @@ int bus_open(const char* path) {
   BusState& b = bus();
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
   b.path = path;
+  b.in_memory = strcmp(path, ":memory:") == 0;
   if (sqlite3_open_v2(path, &b.db, flags, nullptr) != SQLITE_OK) {
     report("cannot open");
     close_locked();
     return -1;
   }
-  if (!prepare_store(strcmp(path, ":memory:") != 0)) {
+  if (!prepare_store(!b.in_memory)) {
     close_locked();
     return -1;
   }

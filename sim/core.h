@@ -163,15 +163,17 @@ void world_catch_up();
 // (an axis arriving, a calibration ending, a lens publication falling due);
 // INT64_MAX when nothing is due.
 int64_t world_next_event_ns();
-// Real time: wakes the world thread when the world now has something to do
-// sooner than the thread sleeps for. Caller holds big_lock.
-void world_wake_if_sooner();
+// Real time: wakes the world thread when the world's next event is no longer
+// the one the thread sleeps for. Caller holds big_lock.
+void world_wake_if_changed();
 // The real-time world thread: sleeps until the world's next event or a wake,
 // catches the world up, until quit is set and world_thread_stop called.
 void world_thread_run(const std::atomic<bool>& quit);
 void world_thread_stop();
-// How many times the world thread has woken since the camera started.
+// How many times the world thread has woken since the camera started, and
+// the deadline it sleeps for (INT64_MAX: none; INT64_MIN: it is running).
 int64_t world_thread_wakes();
+int64_t world_thread_deadline();
 // Every bus write passes here (knobs under sim., lens commands, ...).
 // True for the sim. keys only the camera itself writes (sim.lens.*).
 bool world_key_read_only(const char* key);

@@ -105,14 +105,16 @@ int64_t sooner(int64_t a, int64_t b) {
 
 // Nanoseconds until one motor arrives or its next publication falls due. A
 // moving motor whose publication is already due publishes at its next whole
-// step: wait one world step, as a world stepped every kWorldStepNs would.
+// step.
 int64_t axis_ns_to_event(const LensAxis& axis, int64_t now_ns) {
   if (axis.pos == axis.target && axis.pos == axis.published) return -1;
   int64_t due = axis.published_at + kLensPublishNs - now_ns;
-  if (axis.pos == axis.target) return std::max(due, int64_t{1});
+  if (axis.pos == axis.target) return std::max<int64_t>(due, 1);
+  auto travel_ns = [&](int64_t steps) {
+    return std::max<int64_t>((steps * 1000000000LL - axis.carry + axis.rate - 1) / axis.rate, 1);
+  };
   int64_t gap = axis.target > axis.pos ? axis.target - axis.pos : axis.pos - axis.target;
-  int64_t arrival = std::max<int64_t>((gap * 1000000000LL - axis.carry + axis.rate - 1) / axis.rate, int64_t{1});
-  return std::min<int64_t>(arrival, due > 0 ? due : kWorldStepNs);
+  return std::min(travel_ns(gap), due > 0 ? due : travel_ns(1));
 }
 
 }  // namespace

@@ -2,9 +2,12 @@
 // memory for the scenario runner (virtual mode) and written to a sink file.
 #include <atomic>
 #include <cstdarg>
+#include <cstring>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "core.h"
 
@@ -15,13 +18,28 @@ namespace {
 // Word of each kind in the line, in the order of enum Kind.
 const char* const kKindWords[] = {"out", "set", "ext", "call", "sh", "sim", "log", "exit", "bus", "file", "reg"};
 
+constexpr size_t kChunkBytes = 1 << 20;  // lines are packed into chunks this big
+constexpr size_t kSmallText = 512;       // texts up to this long are formatted on the stack
+
+// One kept line: "TIME KIND TEXT" with its NUL, where KIND starts, and
+// whether it is there only because of -v.
+struct Line {
+  const char* text;
+  size_t kind_at;
+  bool verbose_only;
+};
+
 struct Transcript {
-  std::mutex lock;                 // guards everything below
-  std::deque<std::string> lines;   // whole lines; a deque keeps c_str() stable
-  std::deque<size_t> kind_at;      // offset of the kind in each line
-  std::deque<bool> verbose_only;   // the line is there only because of -v
-  std::string partial;             // console text after the last line feed
-  FILE* sink = nullptr;            // where lines are also written, or none
+  std::mutex lock;                                 // guards everything below
+  std::vector<std::unique_ptr<char[]>> chunks;     // the kept lines' characters; never move
+  char* chunk_next = nullptr;                      // free bytes at the end of the last chunk...
+  size_t chunk_left = 0;                           // ...and how many
+  std::deque<Line> lines;                          // in order; a deque grows without copying
+  std::string partial;                             // console text after the last line feed
+  FILE* sink = nullptr;                            // where lines are also written, or none
+  double stamp_seconds = -1;                       // the moment of the last stamp...
+  char stamp[32] = "";                             // ...formatted: "S.mmm "
+  int stamp_len = 0;
 };
 
 // The one transcript of the process.
@@ -34,54 +52,83 @@ std::atomic<bool> g_verbose{false};
 std::atomic<bool> g_keep{true};
 std::atomic<LineHook> g_line_hook{nullptr};
 
-// Formats printf arguments into a string of any length.
-std::string format_text(const char* fmt, va_list args) {
-  char small[512];
-  va_list again;
-  va_copy(again, args);
-  int n = vsnprintf(small, sizeof small, fmt, args);
-  if (n < 0) {
-    va_end(again);
-    return std::string();
+// Room for len bytes that stay where they are for good (t.lock held).
+char* reserve_locked(Transcript& t, size_t len) {
+  if (len > t.chunk_left) {
+    size_t size = len > kChunkBytes ? len : kChunkBytes;
+    t.chunks.emplace_back(new char[size]);
+    t.chunk_next = t.chunks.back().get();
+    t.chunk_left = size;
   }
-  if (static_cast<size_t>(n) < sizeof small) {
-    va_end(again);
-    return std::string(small, n);
-  }
-  std::string text(n, '\0');
-  vsnprintf(text.data(), n + 1, fmt, again);
-  va_end(again);
-  return text;
+  char* at = t.chunk_next;
+  t.chunk_next += len;
+  t.chunk_left -= len;
+  return at;
 }
 
-// Stamps and stores one line (t.lock held); returns the line without its time.
-const char* add_locked(Transcript& t, Kind kind, const std::string& text, bool verbose_only = false) {
-  char stamp[32];
-  int n = snprintf(stamp, sizeof stamp, "%.3f ", daemon_seconds());
-  std::string line = std::string(stamp, n) + kKindWords[static_cast<int>(kind)] + ' ' + text;
+// The stamp of the present moment; formatted once per moment, as several
+// lines usually share one (t.lock held).
+void stamp_locked(Transcript& t) {
+  double seconds = daemon_seconds();
+  if (seconds == t.stamp_seconds) return;
+  t.stamp_seconds = seconds;
+  t.stamp_len = snprintf(t.stamp, sizeof t.stamp, "%.3f ", seconds);
+}
+
+// Stamps, writes and keeps one line (t.lock held); returns the kept line
+// without its time, or nullptr when lines are not kept.
+const char* add_locked(Transcript& t, Kind kind, const char* text, size_t len,
+                       bool verbose_only = false) {
+  stamp_locked(t);
+  const char* word = kKindWords[static_cast<int>(kind)];
+  size_t word_len = strlen(word);
   if (t.sink) {
-    fwrite(line.data(), 1, line.size(), t.sink);
+    fwrite(t.stamp, 1, t.stamp_len, t.sink);
+    fwrite(word, 1, word_len, t.sink);
+    fputc(' ', t.sink);
+    fwrite(text, 1, len, t.sink);
     fputc('\n', t.sink);
   }
   // Real-time runs last for weeks: only the scenario runner needs the lines.
   if (!virtual_mode() || !g_keep.load()) return nullptr;
-  t.lines.push_back(std::move(line));
-  t.kind_at.push_back(n);
-  t.verbose_only.push_back(verbose_only);
-  return t.lines.back().c_str() + n;
+  size_t n = t.stamp_len;
+  char* line = reserve_locked(t, n + word_len + 1 + len + 1);
+  memcpy(line, t.stamp, n);
+  memcpy(line + n, word, word_len);
+  line[n + word_len] = ' ';
+  memcpy(line + n + word_len + 1, text, len);
+  line[n + word_len + 1 + len] = '\0';
+  t.lines.push_back({line, n, verbose_only});
+  return line + n;
 }
 
 // Adds one line and tells the line hook. Getter calls and the camera's
 // own bus writes are verbose-only lines.
-void add(Kind kind, const std::string& text, bool verbose_only = false) {
+void add(Kind kind, const char* text, size_t len, bool verbose_only = false) {
   const char* stored;
   {
     Transcript& t = transcript();
     std::lock_guard<std::mutex> guard(t.lock);
-    stored = add_locked(t, kind, text, verbose_only || kind == Kind::Sim);
+    stored = add_locked(t, kind, text, len, verbose_only || kind == Kind::Sim);
   }
   LineHook hook = g_line_hook.load();
   if (hook && stored) hook(stored);
+}
+
+// Formats printf arguments and adds them as one line.
+void add_formatted(Kind kind, const char* fmt, va_list args, bool verbose_only = false) {
+  char small[kSmallText];
+  va_list again;
+  va_copy(again, args);
+  int n = vsnprintf(small, sizeof small, fmt, args);
+  if (n >= 0 && static_cast<size_t>(n) < sizeof small) {
+    add(kind, small, n, verbose_only);
+  } else if (n >= 0) {
+    std::string text(n, '\0');
+    vsnprintf(text.data(), n + 1, fmt, again);
+    add(kind, text.data(), n, verbose_only);
+  }
+  va_end(again);
 }
 
 }  // namespace
@@ -101,18 +148,16 @@ bool verbose() { return g_verbose.load(); }
 void trace(Kind kind, const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  std::string text = format_text(fmt, args);
+  add_formatted(kind, fmt, args);
   va_end(args);
-  add(kind, text);
 }
 
 void trace_call(bool getter, const char* fmt, ...) {
   if (getter && !g_verbose.load()) return;
   va_list args;
   va_start(args, fmt);
-  std::string text = format_text(fmt, args);
+  add_formatted(Kind::Call, fmt, args, getter);
   va_end(args);
-  add(Kind::Call, text, getter);
 }
 
 void console_write(const char* text, size_t len) {
@@ -125,7 +170,7 @@ void console_write(const char* text, size_t len) {
         t.partial += text[i];
         continue;
       }
-      added.push_back(add_locked(t, Kind::Out, t.partial));
+      added.push_back(add_locked(t, Kind::Out, t.partial.data(), t.partial.size()));
       t.partial.clear();
     }
   }
@@ -142,7 +187,7 @@ void console_flush() {
     if (t.partial.empty()) return;
     rest.swap(t.partial);
   }
-  add(Kind::Out, rest);
+  add(Kind::Out, rest.data(), rest.size());
 }
 
 size_t transcript_size() {
@@ -155,13 +200,13 @@ const char* transcript_line(size_t i) {
   Transcript& t = transcript();
   std::lock_guard<std::mutex> guard(t.lock);
   if (i >= t.lines.size()) return "";
-  return t.lines[i].c_str() + t.kind_at[i];
+  return t.lines[i].text + t.lines[i].kind_at;
 }
 
 bool transcript_verbose_only(size_t i) {
   Transcript& t = transcript();
   std::lock_guard<std::mutex> guard(t.lock);
-  return i < t.verbose_only.size() && t.verbose_only[i];
+  return i < t.lines.size() && t.lines[i].verbose_only;
 }
 
 void set_line_hook(LineHook hook) { g_line_hook.store(hook); }

@@ -84,7 +84,7 @@ void world_on_bus_write(Origin, const char* key, const char* value) {
   world_catch_up();
   if (strncmp(key, "sim.", 4) == 0) knob_apply(w, key, value);
   else if (strncmp(key, "ptz.lens.", 9) == 0) lens_command(w.lens, key, value);
-  world_wake_if_sooner();
+  world_wake_if_changed();
 }
 
 }  // namespace sim

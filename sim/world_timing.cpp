@@ -1,7 +1,7 @@
 // When the world moves in real time: every library call and bus write brings
 // it up to the clock first, and the world thread sleeps until the next thing
 // the world must do by itself (an axis arriving, a calibration ending, a lens
-// publication falling due) or until a call gives it something sooner.
+// publication falling due) or until a call changes what that is.
 #include <chrono>
 #include <climits>
 #include <condition_variable>
@@ -36,8 +36,9 @@ int64_t sooner(int64_t a, int64_t b) {
 }  // namespace
 
 void world_catch_up() {
+  if (virtual_mode()) return;
   WorldThread& t = thread_state();
-  if (virtual_mode() || t.stepping) return;
+  if (t.stepping) return;
   World& w = the_world();
   int64_t due = now_ns() - w.power_on_ns - w.elapsed_ns;
   if (due <= 0) return;
@@ -54,10 +55,11 @@ int64_t world_next_event_ns() {
   return wait < 0 ? INT64_MAX : w.power_on_ns + w.elapsed_ns + wait;
 }
 
-void world_wake_if_sooner() {
+void world_wake_if_changed() {
+  if (virtual_mode()) return;
   WorldThread& t = thread_state();
-  if (virtual_mode() || t.sleeping_until == INT64_MIN) return;
-  if (world_next_event_ns() < t.sleeping_until) t.wake.notify_all();
+  if (t.sleeping_until == INT64_MIN) return;
+  if (world_next_event_ns() != t.sleeping_until) t.wake.notify_all();
 }
 
 void world_thread_run(const std::atomic<bool>& quit) {
@@ -85,6 +87,11 @@ void world_thread_stop() {
 int64_t world_thread_wakes() {
   std::lock_guard lock(big_lock());
   return thread_state().wakes;
+}
+
+int64_t world_thread_deadline() {
+  std::lock_guard lock(big_lock());
+  return thread_state().sleeping_until;
 }
 
 }  // namespace sim

@@ -9,12 +9,12 @@
 namespace sim {
 
 // One library call: holds the simulated camera's lock, sees the world as of
-// the moment of the call, and tells the world thread when the call gave it
-// something sooner to do.
+// the moment of the call, and tells the world thread when the call changed
+// what it waits for.
 class Call {
  public:
   Call() : guard_(big_lock()) { world_catch_up(); }
-  ~Call() { world_wake_if_sooner(); }
+  ~Call() { world_wake_if_changed(); }
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 

@@ -203,6 +203,31 @@ TEST_F(SimWorld, CalibrationAfterPowerOnAndReset) {
   EXPECT_EQ(PanGetCaliStatus(), 0);
 }
 
+// The real-time world thread sleeps until this moment: it must be exact, or
+// the thread wakes too early (and again) or leaves a change late.
+TEST_F(SimWorld, NextEventIsTheMomentTheWorldChangesByItself) {
+  power_on({{"sim.pan.cali_s", "0.25"}});
+  const sim::World& w = sim::the_world();
+  auto wait_ns = [&] { return sim::world_next_event_ns() - (w.power_on_ns + w.elapsed_ns); };
+  EXPECT_EQ(wait_ns(), 250000000);  // the calibration's end
+  sim::world_step(250000000);
+  EXPECT_EQ(sim::world_next_event_ns(), INT64_MAX);  // idle: nothing due
+  PanContinuousMove(0, kFull);
+  EXPECT_EQ(sim::world_next_event_ns(), INT64_MAX);  // turning for good
+  PanABSMove(0, kFull, 1000);
+  int64_t arrival = wait_ns();
+  EXPECT_EQ(arrival, 15259022);  // 1000 steps at 65535 a second, rounded up
+  sim::world_step(arrival - 1);
+  EXPECT_EQ(GetPanStatus(), 1);
+  sim::world_step(1);
+  EXPECT_EQ(GetPanStatus(), 0);
+  EXPECT_EQ(pan(), 1000);
+  sim::bus_write(sim::Origin::External, "ptz.lens.set_pos.zoom", "4096");
+  EXPECT_EQ(wait_ns(), 244141);  // long since published: at the motor's first step
+  sim::world_step(244141);
+  EXPECT_EQ(wait_ns(), sim::kLensPublishNs);  // published; the next one 100 ms on
+}
+
 TEST_F(SimWorld, SleepTemperatureAndProgrammingState) {
   power_on({{"sim.tilt.asleep", "1"}, {"sim.pan.temp", "65"}});
   EXPECT_EQ(GetTiltSleepMode(), 3);

@@ -1,0 +1,96 @@
+// The real-time world thread: library calls see the world as of the moment
+// of the call, and the thread sleeps while the world has nothing to do by
+// itself, however often the daemon calls. Time passes for real here, but no
+// check depends on how much: only on whether any did.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <climits>
+#include <mutex>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "core.h"
+#include "platform/gimbal.h"
+#include "realtime.h"
+#include "world.h"
+
+namespace {
+
+class RealtimeWorld : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp") + std::string("/rtwXXXXXX");
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    state_ = pattern;
+    std::string error;
+    ASSERT_EQ(sim::realtime_start(state_, &error), 0) << error;
+    // Calibration off, so that the head moves at once.
+    sim::bus_write(sim::Origin::External, "sim.pan.cali_s", "0");
+    sim::bus_write(sim::Origin::External, "sim.tilt.cali_s", "0");
+    PanReset();
+    TiltReset();
+  }
+  void TearDown() override {
+    sim::realtime_stop();
+    sim::clock_init(sim::ClockMode::Virtual);
+    sim::bus_open(":memory:");
+    std::string cleanup = "rm -rf '" + state_ + "'";
+    EXPECT_EQ(system(cleanup.c_str()), 0);
+  }
+  // Waits until the world thread sleeps with nothing due; false after 10 s.
+  static bool AwaitThreadIdle() {
+    for (int i = 0; i < 10000; i++) {
+      if (sim::world_thread_deadline() == INT64_MAX) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+  }
+
+ private:
+  std::string state_;
+};
+
+TEST_F(RealtimeWorld, ACallSeesTheHeadWhereItIsAtThatMoment) {
+  ASSERT_EQ(PanContinuousMove(0, 7200), 0);  // 65535 steps a second
+  int first = 0, second = 0;
+  GetPanPos(&first);
+  std::this_thread::sleep_for(std::chrono::milliseconds(2));  // over 100 steps
+  GetPanPos(&second);
+  EXPECT_NE(first, second);  // a world stepped every 10 ms would mostly repeat
+  PanContinuousMove(0, 0);
+}
+
+TEST_F(RealtimeWorld, TheThreadSleepsWhileNothingIsDueHoweverOftenTheDaemonCalls) {
+  ASSERT_TRUE(AwaitThreadIdle());
+  int64_t wakes = sim::world_thread_wakes();
+  for (int i = 0; i < 20; i++) {
+    int pos = 0;
+    GetPanPos(&pos);
+    GetPanStatus();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  EXPECT_EQ(sim::world_thread_wakes(), wakes);
+  EXPECT_EQ(sim::world_thread_deadline(), INT64_MAX);
+}
+
+TEST_F(RealtimeWorld, TheThreadBringsAMoveToItsEndWithNoCall) {
+  ASSERT_TRUE(AwaitThreadIdle());
+  ASSERT_EQ(TiltABSMove(1, 7200, 200), 0);  // 200 steps: about 3 ms
+  // Looked at directly, not through a call that would catch the world up.
+  auto arrived = [] {
+    std::lock_guard<std::recursive_mutex> lock(sim::big_lock());
+    const sim::Axis& tilt = sim::the_world().tilt;
+    return tilt.pos == 200 && !sim::axis_moving(tilt);
+  };
+  bool done = false;
+  for (int i = 0; i < 10000 && !done; i++) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    done = arrived();
+  }
+  EXPECT_TRUE(done);
+  EXPECT_TRUE(AwaitThreadIdle());
+}
+
+}  // namespace
