@@ -15,6 +15,7 @@
 
 // Starts slewd on state, its console discarded; returns its pid.
 inline pid_t StartSlewd(const char* state) {
+  fflush(nullptr);  // or the child would print what is buffered once more
   pid_t pid = fork();
   if (pid == 0) {
     setenv("SLEWD_STATE", state, 1);

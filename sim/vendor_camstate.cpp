@@ -9,6 +9,7 @@
 
 using sim::deliver;
 using sim::hold;
+using sim::look;
 using sim::report;
 using sim::the_world;
 
@@ -22,41 +23,41 @@ int PTZShmInit(void) {
 }
 
 int PutPan(int pos) {
-  auto lock = hold();
+  auto lock = look();
   sim::trace_call(true, "PutPan(%d)", pos);
   the_world().cam.pan = pos;
   return 0;
 }
 
 int PutTilt(int pos) {
-  auto lock = hold();
+  auto lock = look();
   sim::trace_call(true, "PutTilt(%d)", pos);
   the_world().cam.tilt = pos;
   return 0;
 }
 
 int GetPan(int* pos) {
-  auto lock = hold();
+  auto lock = look();
   return deliver("GetPan", pos, the_world().cam.pan);
 }
 
 int GetTilt(int* pos) {
-  auto lock = hold();
+  auto lock = look();
   return deliver("GetTilt", pos, the_world().cam.tilt);
 }
 
 int GetZoom(int* zoom) {
-  auto lock = hold();
+  auto lock = look();
   return deliver("GetZoom", zoom, the_world().lens.zoom.pos);
 }
 
 int GetDZoom(int* dzoom) {
-  auto lock = hold();
+  auto lock = look();
   return deliver("GetDZoom", dzoom, the_world().cam.dzoom);
 }
 
 int GetFocalLength(double* focal) {
-  auto lock = hold();
+  auto lock = look();
   const sim::World& w = the_world();
   double f = w.cam.focal_mm > 0 ? w.cam.focal_mm : sim::lens_focal_length(w.lens.zoom.pos);
   if (focal) *focal = f;
@@ -65,12 +66,12 @@ int GetFocalLength(double* focal) {
 }
 
 int GetLensStatus(int* status) {
-  auto lock = hold();
+  auto lock = look();
   return deliver("GetLensStatus", status, sim::lens_status(the_world().lens));
 }
 
 int GetLensType(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetLensType", the_world().cam.lens_type);
 }
 
@@ -98,12 +99,12 @@ int OIS_Pause(int resume) {
 }
 
 int get_lenstype(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("get_lenstype", the_world().cam.lens_type_feature);
 }
 
 const char* get_modelid(void) {
-  auto lock = hold();
+  auto lock = look();
   const char* id = the_world().cam.model_id;
   sim::trace_call(true, "get_modelid()=%s", id);
   return id;

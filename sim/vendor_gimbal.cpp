@@ -13,6 +13,7 @@ namespace {
 
 using sim::deliver;
 using sim::hold;
+using sim::look;
 using sim::report;
 using sim::the_world;
 
@@ -87,22 +88,22 @@ int TiltABSMove(int dir, int speed, int pos) {
 }
 
 int GetPanStatus(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetPanStatus", sim::axis_moving(the_world().pan) ? 1 : 0);
 }
 
 int GetTiltStatus(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetTiltStatus", sim::axis_moving(the_world().tilt) ? -1 : 0);
 }
 
 int GetPanPos(int* pos) {
-  auto lock = hold();
+  auto lock = look();
   return deliver("GetPanPos", pos, the_world().pan.pos);
 }
 
 int GetTiltPos(int* pos) {
-  auto lock = hold();
+  auto lock = look();
   return deliver("GetTiltPos", pos, the_world().tilt.pos);
 }
 
@@ -222,42 +223,42 @@ int GetTorvanTiltPID(int a, int* b, int* c) {
 // ---- health ---------------------------------------------------------------------
 
 int PanGetCaliStatus(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("PanGetCaliStatus", sim::axis_calibrating(the_world().pan) ? 1 : 0);
 }
 
 int TiltGetCaliStatus(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("TiltGetCaliStatus", sim::axis_calibrating(the_world().tilt) ? 1 : 0);
 }
 
 int GetPanSleepMode(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetPanSleepMode", the_world().pan.asleep ? sim::kControllerAsleep : 0);
 }
 
 int GetTiltSleepMode(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetTiltSleepMode", the_world().tilt.asleep ? sim::kControllerAsleep : 0);
 }
 
 int GetPanProgState(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetPanProgState", the_world().pan.prog_state);
 }
 
 int GetTiltProgState(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetTiltProgState", the_world().tilt.prog_state);
 }
 
 int GetPanTemp(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetPanTemp", the_world().pan.temp);
 }
 
 int GetTiltTemp(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetTiltTemp", the_world().tilt.temp);
 }
 
@@ -288,12 +289,12 @@ int TiltInitParam(void) {
 }
 
 int GetMotorType(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetMotorType", the_world().cam.motor_type);
 }
 
 int GetTiltHallSetting(void) {
-  auto lock = hold();
+  auto lock = look();
   return report("GetTiltHallSetting", the_world().cam.tilt_hall);
 }
 

@@ -9,22 +9,28 @@
 namespace sim {
 
 // One library call: holds the simulated camera's lock, sees the world as of
-// the moment of the call, and tells the world thread when the call changed
-// what it waits for.
+// the moment of the call and, when the call may change the world, tells the
+// world thread if it changed what the thread waits for.
 class Call {
  public:
-  Call() : guard_(big_lock()) { world_catch_up(); }
-  ~Call() { world_wake_if_changed(); }
+  explicit Call(bool changes) : guard_(big_lock()), changes_(changes) { world_catch_up(); }
+  ~Call() {
+    if (changes_) world_wake_if_changed();
+  }
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
  private:
   std::lock_guard<std::recursive_mutex> guard_;
   PlatformCall platform_;
+  bool changes_;
 };
 
-// Holds the simulated camera for the length of one call.
-inline Call hold() { return Call(); }
+// A call that may change the world (a move, a reset, a register write).
+inline Call hold() { return Call(true); }
+// A call that only reads: catching the world up never changes the moment
+// the world thread waits for, so the thread is left be.
+inline Call look() { return Call(false); }
 
 // A getter with an out-pointer: delivers v (if there is a pointer) and traces
 // it as Name(v). -1 without a pointer.
