@@ -51,22 +51,19 @@ double FloorTry(int to_floor, int from_floor) {
 // The transcript, followed through inotify from where the last wait ended.
 struct Transcript {
   std::string path;
-  int notify = -1;
-  long offset = 0;
+  int notify = -1;  // inotify on the file
+  int fd = -1;      // the file, kept open
+  off_t offset = 0;
 };
 
 // Reads what the transcript gained; true once it holds text.
 bool TranscriptHas(Transcript& t, const char* text, std::string& seen) {
-  FILE* f = fopen(t.path.c_str(), "r");
-  if (f == nullptr) return false;
-  fseek(f, t.offset, SEEK_SET);
   char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof buf, f)) > 0) {
+  ssize_t n;
+  while ((n = pread(t.fd, buf, sizeof buf, t.offset)) > 0) {
     seen.append(buf, n);
-    t.offset += static_cast<long>(n);
+    t.offset += n;
   }
-  fclose(f);
   return seen.find(text) != std::string::npos;
 }
 
@@ -144,6 +141,7 @@ int main(int argc, char** argv) {
   pid_t floor = StartPipePoller(to_floor[0], from_floor[1]);
   Transcript t{folder + "/transcript.log", inotify_init1(IN_CLOEXEC)};
   sleep(1);  // the transcript exists once the camera has started
+  t.fd = open(t.path.c_str(), O_RDONLY | O_CLOEXEC);
   inotify_add_watch(t.notify, t.path.c_str(), IN_MODIFY);
   int bus = -1;
   if (!AwaitTranscript(t, "out in loop") || (bus = ConnectBus(folder)) < 0) {

@@ -34,12 +34,11 @@ void lens_power_on_from_bus(World& w) {
   }
 }
 
-// True when a step can change anything.
+}  // namespace
+
 bool world_active(const World& w) {
   return axis_active(w.pan) || axis_active(w.tilt) || lens_active(w.lens) || firmware_active(w.controllers);
 }
-
-}  // namespace
 
 World& the_world() {
   static World world;

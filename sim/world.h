@@ -32,5 +32,7 @@ struct World {
 };
 
 World& the_world();
+// True when a step can change anything (moving, calibrating, publishing).
+bool world_active(const World& w);
 
 }  // namespace sim

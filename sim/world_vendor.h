@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "core.h"
+#include "world.h"
 
 namespace sim {
 
@@ -13,7 +14,11 @@ namespace sim {
 // world thread if it changed what the thread waits for.
 class Call {
  public:
-  explicit Call(bool changes) : guard_(big_lock()), changes_(changes) { world_catch_up(); }
+  // A world with nothing under way stays as it is until something changes
+  // it, and whatever does catches it up first: a read needs no catch-up.
+  explicit Call(bool changes) : guard_(big_lock()), changes_(changes) {
+    if (changes || world_active(the_world())) world_catch_up();
+  }
   ~Call() {
     if (changes_) world_wake_if_changed();
   }
