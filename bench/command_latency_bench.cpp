@@ -40,12 +40,12 @@ pid_t StartPipePoller(int in, int out) {
 
 // One floor try: send a byte, wait for the answer; ms, or -1.
 double FloorTry(int to_floor, int from_floor) {
-  double start = MonotonicSeconds();
+  double start = WallSeconds();
   if (write(to_floor, "x", 1) != 1) return -1;
   pollfd p{from_floor, POLLIN, 0};
   char byte;
   if (poll(&p, 1, kWaitMs) != 1 || read(from_floor, &byte, 1) != 1) return -1;
-  return (MonotonicSeconds() - start) * 1000;
+  return (WallSeconds() - start) * 1000;
 }
 
 // The transcript, followed through inotify from where the last wait ended.
@@ -70,9 +70,9 @@ bool TranscriptHas(Transcript& t, const char* text, std::string& seen) {
 // Waits until a line holding text is added to the transcript; false on time-out.
 bool AwaitTranscript(Transcript& t, const char* text) {
   std::string seen;
-  double deadline = MonotonicSeconds() + kWaitMs / 1000.0;
+  double deadline = WallSeconds() + kWaitMs / 1000.0;
   while (!TranscriptHas(t, text, seen)) {
-    if (MonotonicSeconds() > deadline) return false;
+    if (WallSeconds() > deadline) return false;
     pollfd p{t.notify, POLLIN, 0};
     if (poll(&p, 1, 100) == 1) {
       char events[4096];
@@ -104,10 +104,10 @@ bool BusSet(int fd, const char* key, const char* value) {
 
 // One daemon try: the command, timed to its motion; then stop. ms, or -1.
 double DaemonTry(int bus, Transcript& t) {
-  double start = MonotonicSeconds();
+  double start = WallSeconds();
   if (!BusSet(bus, "ptz.run_mode", "manual:50,0,0")) return -1;
   if (!AwaitTranscript(t, "call PanContinuousMove(0,450)")) return -1;
-  double ms = (MonotonicSeconds() - start) * 1000;
+  double ms = (WallSeconds() - start) * 1000;
   if (!BusSet(bus, "ptz.run_mode", "stop") || !AwaitTranscript(t, "call PanContinuousMove(0,0)")) return -1;
   return ms;
 }

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "reference_loop.h"
+
 // Starts slewd on state, its console discarded; returns its pid.
 inline pid_t StartSlewd(const char* state) {
   fflush(nullptr);  // or the child would print what is buffered once more
@@ -39,13 +41,6 @@ inline double ProcessCpuSeconds(pid_t pid) {
   clockid_t clock;
   timespec ts;
   if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &ts) != 0) return -1;
-  return ts.tv_sec + ts.tv_nsec / 1e9;
-}
-
-// Wall-clock seconds of the host's monotonic clock.
-inline double MonotonicSeconds() {
-  timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
   return ts.tv_sec + ts.tv_nsec / 1e9;
 }
 

@@ -1,9 +1,8 @@
 // Virtual speed of the whole daemon in virtual time, through slewsim: an
 // idle hour, a moving hour (manual:100,0,0 held) and a busy hour of mixed
-// commands, each in virtual seconds per wall second. The reference is a
-// fixed CPU loop timed in the same run: speed times the loop's time is
-// what compares across machines.
-#include <cstdint>
+// commands, each in virtual seconds per second, of wall time and of CPU time
+// (the CPU time is what a loaded machine leaves meaningful), against the
+// reference loop timed the same two ways in the same run.
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -50,28 +49,24 @@ std::string BusyBody() {
   return body;
 }
 
-// Wall seconds of one slewsim run of the scenario; -1 when it failed.
-double TimeScenario(const std::string& path) {
+// One slewsim run of the scenario; a wall time of -1 when it failed.
+Timing TimeScenario(const std::string& path) {
   std::string command = std::string(SLEWSIM_PATH) + " " + path + " >/dev/null";
-  double start = MonotonicSeconds();
+  double start = WallSeconds(), cpu = CpuSeconds(RUSAGE_CHILDREN);
   int status = system(command.c_str());
-  double seconds = MonotonicSeconds() - start;
-  return status == 0 ? seconds : -1;
+  Timing t{WallSeconds() - start, CpuSeconds(RUSAGE_CHILDREN) - cpu};
+  if (status != 0) t.wall = -1;
+  return t;
 }
 
-// The reference: a fixed amount of integer work, in wall seconds.
-double TimeReferenceLoop() {
-  double start = MonotonicSeconds();
-  volatile uint64_t sink = 0;
-  uint64_t x = 88172645463325252ULL;
-  for (int i = 0; i < 300 * 1000 * 1000; i++) {
-    x ^= x << 13;
-    x ^= x >> 7;
-    x ^= x << 17;
+// Medians of the wall and CPU times of several runs.
+Timing Median(const std::vector<Timing>& runs) {
+  std::vector<double> wall, cpu;
+  for (const Timing& t : runs) {
+    wall.push_back(t.wall);
+    cpu.push_back(t.cpu);
   }
-  sink = x;
-  (void)sink;
-  return MonotonicSeconds() - start;
+  return {Quantile(wall, 0.5), Quantile(cpu, 0.5)};
 }
 
 }  // namespace
@@ -90,26 +85,26 @@ int main(int argc, char** argv) {
       {"moving", "bus ptz.run_mode manual:100,0,0\nwait 3600\n"},
       {"busy", BusyBody()},
   };
-  std::vector<double> reference;
+  std::vector<Timing> reference;
   for (int r = 0; r < runs; r++) reference.push_back(TimeReferenceLoop());
-  double ref = Quantile(reference, 0.5);
-  printf("reference loop: %.3f s (median of %d)\n", ref, runs);
+  Timing ref = Median(reference);
+  printf("reference loop: %.3f s wall, %.3f s CPU (median of %d)\n", ref.wall, ref.cpu, runs);
   for (const Hour& hour : hours) {
     std::string path = WriteScenario(hour.name, hour.body);
-    std::vector<double> wall;
+    std::vector<Timing> times;
     for (int r = 0; r < runs; r++) {
-      double s = TimeScenario(path);
-      if (s < 0) {
+      times.push_back(TimeScenario(path));
+      if (times.back().wall < 0) {
         fprintf(stderr, "virtual_speed_bench: the %s hour failed\n", hour.name);
         return 1;
       }
-      wall.push_back(s);
     }
     remove(path.c_str());
-    double seconds = Quantile(wall, 0.5);
-    double speed = kHour / seconds;
-    printf("%-6s hour: %.3f s, %.0f x real time; %.0f virtual s per reference loop\n", hour.name,
-           seconds, speed, speed * ref);
+    Timing t = Median(times);
+    printf("%-6s hour: wall %.3f s, %.0f x real time, %.0f virtual s per reference loop; "
+           "CPU %.3f s, %.0f x, %.0f per reference loop\n",
+           hour.name, t.wall, kHour / t.wall, kHour / t.wall * ref.wall, t.cpu, kHour / t.cpu,
+           kHour / t.cpu * ref.cpu);
   }
   return 0;
 }
