@@ -49,9 +49,10 @@ std::string BusyBody() {
   return body;
 }
 
-// One slewsim run of the scenario; a wall time of -1 when it failed.
-Timing TimeScenario(const std::string& path) {
-  std::string command = std::string(SLEWSIM_PATH) + " " + path + " >/dev/null";
+// One run of the scenario by the slewsim at slewsim; a wall time of -1 when
+// it failed.
+Timing TimeScenario(const std::string& slewsim, const std::string& path) {
+  std::string command = slewsim + " " + path + " >/dev/null";
   double start = WallSeconds(), cpu = CpuSeconds(RUSAGE_CHILDREN);
   int status = system(command.c_str());
   Timing t{WallSeconds() - start, CpuSeconds(RUSAGE_CHILDREN) - cpu};
@@ -73,8 +74,9 @@ Timing Median(const std::vector<Timing>& runs) {
 
 int main(int argc, char** argv) {
   int runs = argc > 1 ? atoi(argv[1]) : 3;
-  if (runs <= 0) {
-    fprintf(stderr, "usage: virtual_speed_bench [RUNS]\n");
+  std::string slewsim = argc > 2 ? argv[2] : SLEWSIM_PATH;  // another build's, to compare
+  if (runs <= 0 || argc > 3) {
+    fprintf(stderr, "usage: virtual_speed_bench [RUNS [SLEWSIM]]\n");
     return 2;
   }
   struct Hour {
@@ -93,7 +95,7 @@ int main(int argc, char** argv) {
     std::string path = WriteScenario(hour.name, hour.body);
     std::vector<Timing> times;
     for (int r = 0; r < runs; r++) {
-      times.push_back(TimeScenario(path));
+      times.push_back(TimeScenario(slewsim, path));
       if (times.back().wall < 0) {
         fprintf(stderr, "virtual_speed_bench: the %s hour failed\n", hour.name);
         return 1;
