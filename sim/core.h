@@ -155,6 +155,12 @@ bool bus_key_valid(const char* key);
 void world_init();
 // Advances head, lens and controllers by dt.
 void world_step(int64_t dt_ns);
+// The sooner of two waits in ns, -1 standing for none.
+inline int64_t sooner_ns(int64_t a, int64_t b) {
+  if (a < 0) return b;
+  if (b < 0) return a;
+  return a < b ? a : b;
+}
 // Real time: steps the world up to the clock, so that a library call sees
 // it exact to the moment of the call. Virtual time steps the world with the
 // clock, so there it has nothing to do. Caller holds big_lock.

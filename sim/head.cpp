@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <climits>
 
+#include "core.h"
+
 namespace sim {
 
 namespace {
@@ -140,7 +142,7 @@ int64_t axis_ns_to_event(const Axis& axis) {
   int64_t per_ns = int64_t{axis.speed} * kPanTurn;
   int64_t needed = r * kTravelDen - axis.carry;
   int64_t arrival = std::max<int64_t>((needed + per_ns - 1) / per_ns, 1);
-  return soonest < 0 ? arrival : std::min(soonest, arrival);
+  return sooner_ns(soonest, arrival);
 }
 
 }  // namespace sim

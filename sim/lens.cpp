@@ -96,13 +96,6 @@ bool lens_active(const Lens& lens) {
 
 namespace {
 
-// The sooner of two waits, -1 standing for none.
-int64_t sooner(int64_t a, int64_t b) {
-  if (a < 0) return b;
-  if (b < 0) return a;
-  return std::min(a, b);
-}
-
 // Nanoseconds until one motor arrives or its next publication falls due. A
 // moving motor whose publication is already due publishes at its next whole
 // step.
@@ -121,7 +114,7 @@ int64_t axis_ns_to_event(const LensAxis& axis, int64_t now_ns) {
 
 int64_t lens_ns_to_event(const Lens& lens, int64_t now_ns) {
   int64_t search = lens.search_left_ns > 0 ? lens.search_left_ns : -1;
-  return sooner(search, sooner(axis_ns_to_event(lens.zoom, now_ns), axis_ns_to_event(lens.focus, now_ns)));
+  return sooner_ns(search, sooner_ns(axis_ns_to_event(lens.zoom, now_ns), axis_ns_to_event(lens.focus, now_ns)));
 }
 
 int lens_status(const Lens& lens) {

@@ -1,7 +1,8 @@
 // Threads of the real-time camera: the world thread moves the world when it
-// has something to do by itself (world_timing.cpp), the bus thread delivers notifications from other processes to the
-// daemon's listeners (beside the daemon's main loop, as the firmware's bus
-// library does), and the socket threads serve slewctl.
+// has something to do by itself (world_timing.cpp), the bus thread delivers
+// notifications from other processes to the daemon's listeners (beside the
+// daemon's main loop, as the firmware's bus library does), and the socket
+// threads serve slewctl.
 #include "realtime.h"
 
 #include <fcntl.h>

@@ -26,13 +26,6 @@ WorldThread& thread_state() {
   return *state;
 }
 
-// The sooner of two waits in ns, -1 standing for none.
-int64_t sooner(int64_t a, int64_t b) {
-  if (a < 0) return b;
-  if (b < 0) return a;
-  return a < b ? a : b;
-}
-
 }  // namespace
 
 void world_catch_up() {
@@ -50,8 +43,8 @@ void world_catch_up() {
 int64_t world_next_event_ns() {
   std::lock_guard lock(big_lock());
   const World& w = the_world();
-  int64_t wait = sooner(axis_ns_to_event(w.pan), axis_ns_to_event(w.tilt));
-  wait = sooner(wait, lens_ns_to_event(w.lens, w.elapsed_ns));
+  int64_t wait = sooner_ns(axis_ns_to_event(w.pan), axis_ns_to_event(w.tilt));
+  wait = sooner_ns(wait, lens_ns_to_event(w.lens, w.elapsed_ns));
   return wait < 0 ? INT64_MAX : w.power_on_ns + w.elapsed_ns + wait;
 }
 
