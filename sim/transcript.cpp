@@ -1,7 +1,9 @@
 // The transcript: one line "TIME KIND TEXT" per event of the daemon, kept in
 // memory for the scenario runner (virtual mode) and written to a sink file.
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
+#include <cstring>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -15,6 +17,9 @@ namespace {
 // Word of each kind in the line, in the order of enum Kind.
 const char* const kKindWords[] = {"out", "set", "ext", "call", "sh", "sim", "log", "exit", "bus", "file", "reg"};
 
+constexpr size_t kRotateBytes = 16 * 1024 * 1024;
+constexpr int kOldFiles = 3;  // path.1 .. path.3
+
 struct Transcript {
   std::mutex lock;                 // guards everything below
   std::deque<std::string> lines;   // whole lines; a deque keeps c_str() stable
@@ -22,6 +27,9 @@ struct Transcript {
   std::deque<bool> verbose_only;   // the line is there only because of -v
   std::string partial;             // console text after the last line feed
   FILE* sink = nullptr;            // where lines are also written, or none
+  std::string path;                // file of transcript_open_file, else ""
+  size_t written = 0;              // bytes written to that file
+  size_t rotate_at = kRotateBytes; // size at which it rotates
 };
 
 // The one transcript of the process.
@@ -54,6 +62,24 @@ std::string format_text(const char* fmt, va_list args) {
   return text;
 }
 
+// Shifts path.N to path.N+1 (the last is overwritten) and path to path.1.
+void shift_files(const std::string& path) {
+  for (int n = kOldFiles - 1; n >= 1; --n) {
+    rename((path + "." + std::to_string(n)).c_str(), (path + "." + std::to_string(n + 1)).c_str());
+  }
+  rename(path.c_str(), (path + ".1").c_str());
+}
+
+// Shifts the old files and opens path afresh as the sink (t.lock held).
+bool open_fresh(Transcript& t) {
+  shift_files(t.path);
+  t.written = 0;
+  t.sink = fopen(t.path.c_str(), "we");
+  if (t.sink == nullptr) return false;
+  setvbuf(t.sink, nullptr, _IOLBF, 0);
+  return true;
+}
+
 // Stamps and stores one line (t.lock held); returns the line without its time.
 const char* add_locked(Transcript& t, Kind kind, const std::string& text, bool verbose_only = false) {
   char stamp[32];
@@ -62,6 +88,11 @@ const char* add_locked(Transcript& t, Kind kind, const std::string& text, bool v
   if (t.sink) {
     fwrite(line.data(), 1, line.size(), t.sink);
     fputc('\n', t.sink);
+    t.written += line.size() + 1;
+    if (!t.path.empty() && t.written >= t.rotate_at) {
+      fclose(t.sink);
+      open_fresh(t);
+    }
   }
   // Real-time runs last for weeks: only the scenario runner needs the lines.
   if (!virtual_mode() || !g_keep.load()) return nullptr;
@@ -90,6 +121,31 @@ void transcript_open(FILE* sink) {
   Transcript& t = transcript();
   std::lock_guard<std::mutex> guard(t.lock);
   t.sink = sink;
+}
+
+bool transcript_open_file(const char* path, std::string* error) {
+  Transcript& t = transcript();
+  std::lock_guard<std::mutex> guard(t.lock);
+  t.path = path;
+  if (open_fresh(t)) return true;
+  *error = "cannot write " + t.path + ": " + strerror(errno);
+  t.path.clear();
+  return false;
+}
+
+void transcript_close_file() {
+  Transcript& t = transcript();
+  std::lock_guard<std::mutex> guard(t.lock);
+  if (t.path.empty()) return;
+  if (t.sink != nullptr) fclose(t.sink);
+  t.sink = nullptr;
+  t.path.clear();
+}
+
+void transcript_rotate_at(size_t bytes) {
+  Transcript& t = transcript();
+  std::lock_guard<std::mutex> guard(t.lock);
+  t.rotate_at = bytes;
 }
 
 void set_verbose(bool verbose) { g_verbose.store(verbose); }
