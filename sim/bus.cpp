@@ -14,9 +14,10 @@
 // half-rewritten preset list behind. Writes of other processes join an open
 // transaction and wait for its commit before they are answered.
 //
-// Fairness: a socket client has at most one notification queued; its next
-// write waits for that one, so a flooding client waits for its own writes
-// and another client's command stays near the head of the queue.
+// Fairness: a socket client has at most kQueuedPerClient notifications
+// queued or being delivered; its next write waits for them, so a flooding
+// client waits for its own writes and another client's command is at most
+// that many deliveries behind each other client.
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -39,6 +40,7 @@ constexpr int kMaxListeners = 128;
 // Longest wait of a socket write for its client's previous notification or
 // for the commit of the transaction it joined.
 constexpr auto kWriterWait = std::chrono::seconds(5);
+constexpr int kQueuedPerClient = 4;
 constexpr size_t kTextBuf = kValueMax + 1;  // a key or value with its NUL
 
 struct Listener {
@@ -212,11 +214,11 @@ void await_commit(Lock& lock) {
   b.committed.wait_for(lock, kWriterWait, [&] { return !b.in_transaction; });
 }
 
-// Waits until source has nothing queued, within a bound; false on timeout.
+// Waits until source has room in the queue, within a bound; false on timeout.
 bool await_own_queue(Lock& lock, int source) {
   BusState& b = bus();
   if (source == 0) return true;
-  return b.delivered.wait_for(lock, kWriterWait, [&] { return b.queued_from[source] == 0; });
+  return b.delivered.wait_for(lock, kWriterWait, [&] { return b.queued_from[source] < kQueuedPerClient; });
 }
 
 // Runs a prepared statement bound to key (and value); false on failure.

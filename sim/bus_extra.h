@@ -27,7 +27,7 @@ bool bus_list_name(const char* list, int index, char* out, size_t len);
 int bus_restore_default(const char* key);
 
 // A write of socket client source (1 and up): waits, within a bound, until
-// the client's previous write has been delivered, then writes as an External
+// the client has room in the notification queue, then writes as an External
 // write and, when it joined an open transaction, waits for its commit.
 // 0, or -1 with the reason in *why (a bad key or value, a refused sim.*
 // value, a daemon that did not take the previous write).
