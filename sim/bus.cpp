@@ -40,7 +40,7 @@ constexpr int kMaxListeners = 128;
 // Longest wait of a socket write for its client's previous notification or
 // for the commit of the transaction it joined.
 constexpr auto kWriterWait = std::chrono::seconds(5);
-constexpr int kQueuedPerClient = 4;
+constexpr int kQueuedPerClient = 2;
 constexpr size_t kTextBuf = kValueMax + 1;  // a key or value with its NUL
 
 struct Listener {
