@@ -370,6 +370,8 @@ void accept_loop() {
       reap_connections(false);
     }
     pause = false;
+    // Another thread may have taken the number the spare gave up.
+    if (s.spare_fd < 0) s.spare_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
     if (fds[2].revents & POLLIN) pause = !accept_one();
   }
 }
