@@ -294,7 +294,7 @@ int run_watch(const std::string& state, const Options& o, FILE* out, FILE* err) 
   return kCtlOk;
 }
 
-// Seconds left until deadline, at least 1 ms.
+// Milliseconds left until deadline, at least 1.
 int ms_left(Clock::time_point deadline) {
   auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
   return left.count() > 1 ? static_cast<int>(left.count()) : 1;
