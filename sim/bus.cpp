@@ -218,7 +218,8 @@ void await_commit(Lock& lock) {
 bool await_own_queue(Lock& lock, int source) {
   BusState& b = bus();
   if (source == 0) return true;
-  return b.delivered.wait_for(lock, kWriterWait, [&] { return b.queued_from[source] < kQueuedPerClient; });
+  return b.delivered.wait_for(lock, kWriterWait,
+                              [&] { return b.queued_from[source] < kQueuedPerClient; });
 }
 
 // Runs a prepared statement bound to key (and value); false on failure.
