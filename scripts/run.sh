@@ -4,6 +4,8 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-deps.sh"
+echo "configuring build/ ..."
 cmake -S "$root" -B "$root/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-ninja -C "$root/build" slewd slewctl slewsim >/dev/null
+echo "building slewd, slewctl and slewsim (the first build takes a few minutes) ..."
+ninja -C "$root/build" slewd slewctl slewsim
 exec "$root/build/slewd" "$@"

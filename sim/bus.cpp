@@ -7,9 +7,21 @@
 // writes notify on the writer's thread before kvlink_set returns; other writes
 // are queued and delivered one at a time, as by one bus thread: a listener
 // that sleeps holds back the next notification.
+//
+// Commits in real time: what the daemon writes between two of its sleeps (or
+// within one notification) is one transaction, committed once no daemon
+// thread is part-way through such a stretch. A kill -9 then never leaves a
+// half-rewritten preset list behind. Writes of other processes join an open
+// transaction and wait for its commit before they are answered.
+//
+// Fairness: a socket client has at most kQueuedPerClient notifications
+// queued or being delivered; its next write waits for them, so a flooding
+// client waits for its own writes and another client's command is at most
+// that many deliveries behind each other client.
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -25,6 +37,10 @@ namespace sim {
 namespace {
 
 constexpr int kMaxListeners = 128;
+// Longest wait of a socket write for its client's previous notification or
+// for the commit of the transaction it joined.
+constexpr auto kWriterWait = std::chrono::seconds(5);
+constexpr int kQueuedPerClient = 2;
 constexpr size_t kTextBuf = kValueMax + 1;  // a key or value with its NUL
 
 struct Listener {
@@ -35,6 +51,7 @@ struct Listener {
 struct Notification {
   std::string key;    // stored key
   std::string value;  // value as written
+  int source = 0;     // socket client that wrote it, 0: none
 };
 
 // Everything of the bus; guarded by big_lock().
@@ -51,7 +68,18 @@ struct BusState {
   bool delivering = false;              // a delivery is under way
   BusChangeHook change_hook = nullptr;  // real-time watchers
   std::condition_variable_any queued;   // signalled when pending grows
+  std::map<int, int> queued_from;       // queued notifications per source
+  std::condition_variable_any delivered;  // signalled when one leaves pending
+  uint64_t session = 0;                 // counts bus_open calls
+  bool grouped = false;                 // daemon writes commit per stretch
+  bool in_transaction = false;          // a transaction is open
+  int dirty_threads = 0;                // daemon threads with uncommitted writes
+  std::condition_variable_any committed;  // signalled at each commit
 };
+
+// The session in which this thread wrote for the daemon since its last
+// sleep; 0 when it has not.
+thread_local uint64_t t_dirty_in = 0;
 
 // Never destroyed: other threads may still use it while the process exits.
 BusState& bus() {
@@ -146,6 +174,13 @@ bool prepare_store(bool file) {
 // Closes the store and forgets everything of the session (caller holds lock).
 void close_locked() {
   BusState& b = bus();
+  // The daemon has ended: its last stretch is whole.
+  if (b.in_transaction) exec("COMMIT");
+  b.in_transaction = b.grouped = false;
+  b.dirty_threads = 0;
+  b.queued_from.clear();
+  b.committed.notify_all();
+  b.delivered.notify_all();
   sqlite3_finalize(b.upsert);
   sqlite3_finalize(b.erase);
   if (b.db != nullptr) sqlite3_close(b.db);
@@ -160,6 +195,33 @@ void close_locked() {
 
 // Opens an in-memory store when nobody opened one (caller holds lock).
 bool ensure_open() { return bus().db != nullptr || bus_open(":memory:") == 0; }
+
+// Counts this thread's daemon write into the open stretch, opening the
+// transaction when none is (caller holds lock).
+void join_daemon_stretch() {
+  BusState& b = bus();
+  if (!b.grouped) return;
+  if (!b.in_transaction) b.in_transaction = exec("BEGIN");
+  if (t_dirty_in != b.session) {
+    t_dirty_in = b.session;
+    ++b.dirty_threads;
+  }
+}
+
+// Waits until the transaction a write joined is committed, within a bound
+// (caller holds lock).
+void await_commit(Lock& lock) {
+  BusState& b = bus();
+  b.committed.wait_for(lock, kWriterWait, [&] { return !b.in_transaction; });
+}
+
+// Waits until source has room in the queue, within a bound; false on timeout.
+bool await_own_queue(Lock& lock, int source) {
+  BusState& b = bus();
+  if (source == 0) return true;
+  return b.delivered.wait_for(lock, kWriterWait,
+                              [&] { return b.queued_from[source] < kQueuedPerClient; });
+}
 
 // Runs a prepared statement bound to key (and value); false on failure.
 bool run_statement(sqlite3_stmt* statement, std::string_view key, const char* value) {
@@ -265,12 +327,50 @@ std::string visit_order(const std::string& key) {
   return order;
 }
 
+// The full write of bus_write and bus_write_from; -1 with *why on refusal.
+int write_locked(Lock& lock, Origin origin, int source, const char* key, const char* value,
+                 std::string* why) {
+  if (!bus_key_valid(key) || !value_valid(value)) {
+    *why = "the store refused the write";
+    return -1;
+  }
+  if (origin != Origin::Sim && world_key_read_only(key)) {
+    *why = std::string("read-only key: ") + key;
+    return -1;
+  }
+  if (!await_own_queue(lock, source)) {
+    *why = "the daemon has not taken the previous write yet";
+    return -1;
+  }
+  if (!world_take_knob(key, value, why)) return -1;
+  if (origin == Origin::Daemon) join_daemon_stretch();
+  char stored[kTextBuf];
+  if (!store_write(key, value, stored)) {
+    *why = "the store refused the write";
+    return -1;
+  }
+  trace_write(origin, key, value);
+  BusState& b = bus();
+  if (b.change_hook != nullptr) b.change_hook(stored, value);
+  world_on_bus_write(origin, stored, value);
+  if (origin == Origin::Daemon) {
+    notify_listeners(lock, stored, value);
+    return 0;
+  }
+  b.pending.push_back({stored, value, source});
+  if (source != 0) ++b.queued_from[source];
+  b.queued.notify_all();
+  if (source != 0) await_commit(lock);
+  return 0;
+}
+
 }  // namespace
 
 int bus_open(const char* path) {
   Lock lock(big_lock());
   close_locked();
   BusState& b = bus();
+  ++b.session;
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
   b.path = path;
   b.in_memory = strcmp(path, ":memory:") == 0;
@@ -299,22 +399,35 @@ int bus_put(const char* key, const char* value) {
 }
 
 int bus_write(Origin origin, const char* key, const char* value) {
-  if (!bus_key_valid(key) || !value_valid(value)) return -1;
-  if (origin != Origin::Sim && world_key_read_only(key)) return -1;
   Lock lock(big_lock());
-  char stored[kTextBuf];
-  if (!store_write(key, value, stored)) return -1;
-  trace_write(origin, key, value);
+  std::string why;
+  return write_locked(lock, origin, 0, key, value, &why);
+}
+
+int bus_write_from(int source, const char* key, const char* value, std::string* why) {
+  Lock lock(big_lock());
+  return write_locked(lock, Origin::External, source, key, value, why);
+}
+
+void bus_forget_source(int source) {
+  Lock lock(big_lock());
+  bus().queued_from.erase(source);
+}
+
+void bus_group_commits(bool on) {
+  Lock lock(big_lock());
+  bus().grouped = on;
+}
+
+void bus_stretch_end() {
+  Lock lock(big_lock());
   BusState& b = bus();
-  if (b.change_hook != nullptr) b.change_hook(stored, value);
-  world_on_bus_write(origin, stored, value);
-  if (origin == Origin::Daemon) {
-    notify_listeners(lock, stored, value);
-  } else {
-    b.pending.push_back({stored, value});
-    b.queued.notify_all();
-  }
-  return 0;
+  if (t_dirty_in == b.session) --b.dirty_threads;
+  t_dirty_in = 0;
+  if (b.dirty_threads > 0 || !b.in_transaction) return;
+  if (!exec("COMMIT")) exec("ROLLBACK");
+  b.in_transaction = false;
+  b.committed.notify_all();
 }
 
 bool bus_read(const char* key, char* out, size_t len) {
@@ -336,6 +449,10 @@ void bus_deliver_pending() {
     Notification next = std::move(b.pending.front());
     b.pending.pop_front();
     notify_listeners(lock, next.key.c_str(), next.value.c_str());
+    // Counted until handled, so that its writer's next write waits for it.
+    if (next.source != 0 && b.queued_from[next.source] > 0) --b.queued_from[next.source];
+    b.delivered.notify_all();
+    bus_stretch_end();
   }
   b.delivering = false;
 }
@@ -385,14 +502,17 @@ int bus_restore_default(const char* key) {
     int index = list_index(k);
     if (index >= 0 && index != kListAppendIndex) entries.push_back(k);
   }
-  bool ok = exec("BEGIN");
+  // Called by the daemon: part of its stretch. A savepoint nests in it.
+  join_daemon_stretch();
+  bool ok = exec("SAVEPOINT restore");
   for (const std::string& k : entries) ok = erase(k) && ok;
-  if (ok && exec("COMMIT")) {
+  if (ok && exec("RELEASE restore")) {
     recount_list();
     return 0;
   }
   // The store kept the entries: take the copy back from it.
-  exec("ROLLBACK");
+  exec("ROLLBACK TO restore");
+  exec("RELEASE restore");
   bus().values.clear();
   load_values();
   return -1;

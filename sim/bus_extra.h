@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "platform/kvlink.h"
 
@@ -24,6 +25,22 @@ int bus_listen(const char* prefix, KvlinkCallback callback);
 bool bus_list_name(const char* list, int index, char* out, size_t len);
 // Empties a list; on a plain key, removes its value. Nothing is notified.
 int bus_restore_default(const char* key);
+
+// A write of socket client source (1 and up): waits, within a bound, until
+// the client has room in the notification queue, then writes as an External
+// write and, when it joined an open transaction, waits for its commit.
+// 0, or -1 with the reason in *why (a bad key or value, a refused sim.*
+// value, a daemon that did not take the previous write).
+int bus_write_from(int source, const char* key, const char* value, std::string* why);
+// Forgets a client that has gone.
+void bus_forget_source(int source);
+
+// Real time: commit the daemon's writes per stretch (see bus.cpp) instead of
+// one by one. Off after bus_open.
+void bus_group_commits(bool on);
+// The calling thread ends a stretch: the daemon sleeps, or a notification has
+// been delivered. Commits once no daemon thread is inside a stretch.
+void bus_stretch_end();
 
 // Blocks until a notification is queued, quit is set, or timeout_ns passed.
 // True when something is queued. Call without holding big_lock.

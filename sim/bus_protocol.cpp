@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -32,8 +33,41 @@ std::string proto_escape(std::string_view text) {
       out += "\\\\";
     } else if (c == '\n') {
       out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
     } else {
       out += c;
+    }
+  }
+  return out;
+}
+
+std::string display_escape(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  char hex[16];
+  for (size_t i = 0; i < text.size(); ++i) {
+    unsigned char c = static_cast<unsigned char>(text[i]);
+    bool c1 = c == 0xc2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
+              static_cast<unsigned char>(text[i + 1]) <= 0x9f;
+    if (c == '\\') {
+      out += "\\\\";
+    } else if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (c == 0x1b) {
+      out += "\\e";
+    } else if (c < 0x20 || c == 0x7f) {
+      snprintf(hex, sizeof hex, "\\x%02x", c);
+      out += hex;
+    } else if (c1) {
+      snprintf(hex, sizeof hex, "\\xc2\\x%02x", static_cast<unsigned char>(text[++i]));
+      out += hex;
+    } else {
+      out += static_cast<char>(c);
     }
   }
   return out;
@@ -51,6 +85,8 @@ bool proto_unescape(std::string_view wire, std::string* text) {
       *text += '\\';
     } else if (wire[i] == 'n') {
       *text += '\n';
+    } else if (wire[i] == 'r') {
+      *text += '\r';
     } else {
       return false;
     }
@@ -61,12 +97,16 @@ bool proto_unescape(std::string_view wire, std::string* text) {
 bool LineReader::next(std::string* line) {
   for (;;) {
     size_t end = buffered_.find('\n');
-    if (end != std::string::npos) {
-      line->assign(buffered_, 0, end);
+    if (end != std::string::npos && end <= kProtoLineMax) {
+      size_t cr = end > 0 && buffered_[end - 1] == '\r' ? 1 : 0;
+      line->assign(buffered_, 0, end - cr);
       buffered_.erase(0, end + 1);
       return true;
     }
-    if (buffered_.size() > kProtoLineMax) return false;
+    if (end != std::string::npos || buffered_.size() > kProtoLineMax) {
+      overlong_ = true;
+      return false;
+    }
     char chunk[512];
     ssize_t got = recv(fd_, chunk, sizeof chunk, 0);
     if (got < 0 && errno == EINTR) continue;

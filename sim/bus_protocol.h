@@ -7,8 +7,10 @@
 //   set KEY TEXT     -> "ok" | "error WHY"           (TEXT: rest of the line)
 //   list [PREFIX]    -> "entry KEY=TEXT"... then "end"
 //   watch [PREFIX]   -> "ok", then "change KEY=TEXT" for every write, forever
-// TEXT is escaped so that it stays on one line: "\\" for a backslash and "\n"
-// for a line feed.
+// TEXT is escaped so that it stays on one line: "\\" for a backslash, "\n"
+// for a line feed and "\r" for a carriage return. A request line may end in
+// CR LF. A line over kProtoLineMax is answered "error line over 1024
+// characters" and the connection closed.
 #pragma once
 
 #include <string>
@@ -19,8 +21,12 @@ namespace sim {
 // Longest request or reply line; generous for a 127-character key and value.
 constexpr size_t kProtoLineMax = 1024;
 
-// Escapes backslashes and line feeds of a value for the wire.
+// Escapes backslashes, line feeds and carriage returns of a value for the
+// wire.
 std::string proto_escape(std::string_view text);
+// A value as a terminal may show it: backslash, control characters (C0, DEL
+// and the two-byte UTF-8 C1 codes) escaped as \\, \n, \r, \t, \e or \xHH.
+std::string display_escape(std::string_view text);
 // Reverses proto_escape; false on a malformed escape.
 bool proto_unescape(std::string_view wire, std::string* text);
 
@@ -28,13 +34,18 @@ bool proto_unescape(std::string_view wire, std::string* text);
 class LineReader {
  public:
   explicit LineReader(int fd) : fd_(fd) {}
-  // Next line without its line feed; false on end of stream, error or a line
-  // longer than kProtoLineMax.
+  // Next line without its line feed (nor a CR before it); false on end of
+  // stream, error or a line longer than kProtoLineMax.
   bool next(std::string* line);
+  // Whether next() failed on a line longer than kProtoLineMax.
+  bool overlong() const { return overlong_; }
+  // Whether a whole line is waiting in the buffer already.
+  bool buffered() const { return buffered_.find('\n') != std::string::npos; }
 
  private:
   int fd_;
   std::string buffered_;
+  bool overlong_ = false;
 };
 
 // Writes all of text; false when the peer has gone.

@@ -11,5 +11,7 @@ namespace sim {
 int bus_server_start(const std::string& path, std::string* error);
 // Closes the socket and every connection, joins the threads, removes the file.
 void bus_server_stop();
+// Removes the socket file only: the process is ending without a stop.
+void bus_server_unlink();
 
 }  // namespace sim

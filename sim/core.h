@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdio>
 #include <mutex>
+#include <string>
 
 namespace sim {
 
@@ -89,6 +90,15 @@ struct DaemonCallback {
 enum class Kind { Out, Set, Ext, Call, Sh, Sim, Log, Exit, Bus, File, Reg };
 
 void transcript_open(FILE* sink);  // nullptr: keep in memory only
+// Real time: writes the transcript to the file at path. The file there is
+// kept as path.1 first (path.1 as path.2, up to path.3), and the same shift
+// happens whenever the file grows past transcript_rotate_at bytes.
+// false with a one-line reason in *error.
+bool transcript_open_file(const char* path, std::string* error);
+// Closes the file of transcript_open_file.
+void transcript_close_file();
+// Size at which the transcript file rotates (16 MiB unless set).
+void transcript_rotate_at(size_t bytes);
 void set_verbose(bool verbose);
 // Whether lines are kept in memory in virtual mode (the default); long
 // fuzzing and benchmark runs turn it off.
@@ -136,7 +146,8 @@ void bus_close();
 int bus_put(const char* key, const char* value);
 // The full write: store, trace (set/ext/sim by origin), tell the world, then
 // notify. Daemon writes notify its listeners on the calling thread; others
-// are queued for bus_deliver_pending. Returns 0, or -1 for a bad key/value.
+// are queued for bus_deliver_pending. Returns 0, or -1 for a bad key/value
+// or a sim.* value the camera refuses.
 int bus_write(Origin origin, const char* key, const char* value);
 // Copies the value; false when the key holds none.
 bool bus_read(const char* key, char* out, size_t len);
@@ -180,9 +191,13 @@ void world_thread_stop();
 // the deadline it sleeps for (INT64_MAX: none; INT64_MIN: it is running).
 int64_t world_thread_wakes();
 int64_t world_thread_deadline();
-// Every bus write passes here (knobs under sim., lens commands, ...).
 // True for the sim. keys only the camera itself writes (sim.lens.*).
 bool world_key_read_only(const char* key);
+// A write to a sim.* key applies its knob before it is stored: false, with
+// the knob's error in *why, leaves world and store as they were. Other keys
+// pass.
+bool world_take_knob(const char* key, const char* value, std::string* why);
+// Every stored bus write passes here (lens commands, ...).
 void world_on_bus_write(Origin origin, const char* key, const char* value);
 // Emulates a shell line inside the sandbox; returns its exit status.
 int shell_run(const char* line);

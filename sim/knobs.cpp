@@ -111,15 +111,22 @@ void knobs_publish_lens(const World&) {
   bus_put("sim.lens.zoom_max", text);
 }
 
-bool knob_apply(World& w, const char* key, const char* value) {
+bool knob_apply(World& w, const char* key, const char* value, std::string* why) {
   if (!key || !value) return false;
   int applied = firmware_knob(w.controllers, key, value);  // 1 applied, 0 bad, -1 not one of its
   for (const Knob& k : kKnobs) {
     if (applied < 0 && strcmp(k.key, key) == 0) applied = k.apply(w, value) ? 1 : 0;
   }
-  if (applied == 0) fprintf(stderr, "%s: bad value \"%s\", knob unchanged\n", key, value);
-  if (applied < 0) fprintf(stderr, "%s: no such knob, ignored\n", key);
-  return applied == 1;
+  if (applied == 1) return true;
+  std::string reason = std::string(key) + (applied == 0 ? ": bad value \"" + std::string(value) +
+                                                               "\", knob unchanged"
+                                                         : ": no such knob");
+  if (why != nullptr) {
+    *why = reason;
+  } else {
+    fprintf(stderr, "%s\n", reason.c_str());
+  }
+  return false;
 }
 
 }  // namespace sim

@@ -10,6 +10,8 @@
 #include <string>
 #include <unistd.h>
 
+#include "bus_extra.h"
+#include "bus_server.h"
 #include "core.h"
 #include "platform/os.h"
 
@@ -52,14 +54,17 @@ void set_exit_hook(ExitHook hook) { g_exit_hook.store(hook); }
 
 extern "C" {
 
+// A sleep of the daemon ends its stretch of writes (see bus.cpp).
 int os_usleep(unsigned int usec) {
   sim::PlatformCall in;
+  sim::bus_stretch_end();
   sim::sleep_ns(static_cast<int64_t>(usec) * 1000);
   return 0;
 }
 
 unsigned int os_sleep(unsigned int sec) {
   sim::PlatformCall in;
+  sim::bus_stretch_end();
   sim::sleep_ns(static_cast<int64_t>(sec) * 1000000000LL);
   return 0;
 }
@@ -141,7 +146,10 @@ void os_exit(int status) {
   sim::trace(sim::Kind::Exit, "%d", status);
   if (!sim::virtual_mode()) {
     // Other camera threads may be mid-call: end without running their
-    // destructors or atexit work. The store has committed every write.
+    // destructors or atexit work. The store commits unless another daemon
+    // thread is part-way through its writes, which are then dropped whole.
+    sim::bus_stretch_end();
+    sim::bus_server_unlink();
     fflush(stdout);
     _exit(status);
   }

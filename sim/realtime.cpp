@@ -35,7 +35,6 @@ struct Realtime {
   std::thread bus;                 // delivers notifications
   std::thread signals;             // hands SIGINT, SIGQUIT, SIGTERM to the daemon
   int lock_fd = -1;                // holds the state folder
-  FILE* transcript = nullptr;      // transcript.log
 };
 
 Realtime& rt() {
@@ -122,26 +121,11 @@ bool prepare_sandbox(const std::string& root, std::string* error) {
   return true;
 }
 
-// Opens transcript.log afresh and hands it to the transcript.
-bool open_transcript(const std::string& state, std::string* error) {
-  std::string path = state + "/transcript.log";
-  rt().transcript = fopen(path.c_str(), "we");
-  if (rt().transcript == nullptr) {
-    *error = "cannot write " + path + ": " + strerror(errno);
-    return false;
-  }
-  setvbuf(rt().transcript, nullptr, _IOLBF, 0);
-  transcript_open(rt().transcript);
-  return true;
-}
-
 // Undoes a partial start.
 void undo_start() {
   Realtime& r = rt();
   bus_close();
-  transcript_open(nullptr);
-  if (r.transcript != nullptr) fclose(r.transcript);
-  r.transcript = nullptr;
+  transcript_close_file();
   if (r.lock_fd >= 0) close(r.lock_fd);
   r.lock_fd = -1;
 }
@@ -185,7 +169,9 @@ int realtime_start(const std::string& state, std::string* error) {
     return -1;
   }
   if (fresh) put_factory_defaults();
-  if (!prepare_sandbox(state + "/root", error) || !open_transcript(state, error)) {
+  bus_group_commits(true);
+  if (!prepare_sandbox(state + "/root", error) ||
+      !transcript_open_file((state + "/transcript.log").c_str(), error)) {
     undo_start();
     return -1;
   }
@@ -220,7 +206,9 @@ void realtime_stop() {
 }
 
 void realtime_freeze() {
-  if (rt().running) big_lock().lock();
+  if (!rt().running) return;
+  big_lock().lock();
+  bus_server_unlink();
 }
 
 }  // namespace sim

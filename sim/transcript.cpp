@@ -1,6 +1,7 @@
 // The transcript: one line "TIME KIND TEXT" per event of the daemon, kept in
 // memory for the scenario runner (virtual mode) and written to a sink file.
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 #include <deque>
@@ -20,6 +21,8 @@ const char* const kKindWords[] = {"out", "set", "ext", "call", "sh", "sim", "log
 
 constexpr size_t kChunkBytes = 1 << 20;  // lines are packed into chunks this big
 constexpr size_t kSmallText = 512;       // texts up to this long are formatted on the stack
+constexpr size_t kRotateBytes = 16 * 1024 * 1024;
+constexpr int kOldFiles = 3;  // path.1 .. path.3
 
 // One kept line: "TIME KIND TEXT" with its NUL, where KIND starts, and
 // whether it is there only because of -v.
@@ -40,6 +43,9 @@ struct Transcript {
   double stamp_seconds = -1;                       // the moment of the last stamp...
   char stamp[32] = "";                             // ...formatted: "S.mmm "
   int stamp_len = 0;
+  std::string path;                                // file of transcript_open_file, else ""
+  size_t written = 0;                              // bytes written to that file
+  size_t rotate_at = kRotateBytes;                 // size at which it rotates
 };
 
 // The one transcript of the process.
@@ -66,6 +72,24 @@ char* reserve_locked(Transcript& t, size_t len) {
   return at;
 }
 
+// Shifts path.N to path.N+1 (the last is overwritten) and path to path.1.
+void shift_files(const std::string& path) {
+  for (int n = kOldFiles - 1; n >= 1; --n) {
+    rename((path + "." + std::to_string(n)).c_str(), (path + "." + std::to_string(n + 1)).c_str());
+  }
+  rename(path.c_str(), (path + ".1").c_str());
+}
+
+// Shifts the old files and opens path afresh as the sink (t.lock held).
+bool open_fresh(Transcript& t) {
+  shift_files(t.path);
+  t.written = 0;
+  t.sink = fopen(t.path.c_str(), "we");
+  if (t.sink == nullptr) return false;
+  setvbuf(t.sink, nullptr, _IOLBF, 0);
+  return true;
+}
+
 // The stamp of the present moment; formatted once per moment, as several
 // lines usually share one (t.lock held).
 void stamp_locked(Transcript& t) {
@@ -88,6 +112,11 @@ const char* add_locked(Transcript& t, Kind kind, const char* text, size_t len,
     fputc(' ', t.sink);
     fwrite(text, 1, len, t.sink);
     fputc('\n', t.sink);
+    t.written += t.stamp_len + word_len + 1 + len + 1;
+    if (!t.path.empty() && t.written >= t.rotate_at) {
+      fclose(t.sink);
+      open_fresh(t);
+    }
   }
   // Real-time runs last for weeks: only the scenario runner needs the lines.
   if (!virtual_mode() || !g_keep.load()) return nullptr;
@@ -137,6 +166,31 @@ void transcript_open(FILE* sink) {
   Transcript& t = transcript();
   std::lock_guard<std::mutex> guard(t.lock);
   t.sink = sink;
+}
+
+bool transcript_open_file(const char* path, std::string* error) {
+  Transcript& t = transcript();
+  std::lock_guard<std::mutex> guard(t.lock);
+  t.path = path;
+  if (open_fresh(t)) return true;
+  *error = "cannot write " + t.path + ": " + strerror(errno);
+  t.path.clear();
+  return false;
+}
+
+void transcript_close_file() {
+  Transcript& t = transcript();
+  std::lock_guard<std::mutex> guard(t.lock);
+  if (t.path.empty()) return;
+  if (t.sink != nullptr) fclose(t.sink);
+  t.sink = nullptr;
+  t.path.clear();
+}
+
+void transcript_rotate_at(size_t bytes) {
+  Transcript& t = transcript();
+  std::lock_guard<std::mutex> guard(t.lock);
+  t.rotate_at = bytes;
 }
 
 void set_verbose(bool verbose) { g_verbose.store(verbose); }

@@ -76,13 +76,22 @@ void world_step(int64_t dt_ns) {
   }
 }
 
+bool world_take_knob(const char* key, const char* value, std::string* why) {
+  if (!key || !value || strncmp(key, "sim.", 4) != 0) return true;
+  std::lock_guard lock(big_lock());
+  world_catch_up();
+  // Keys the camera has no knob for (sim.person of slewweb) are stored.
+  bool taken = knob_apply(the_world(), key, value, why) || why->find(": no such knob") != std::string::npos;
+  world_wake_if_changed();
+  return taken;
+}
+
 void world_on_bus_write(Origin, const char* key, const char* value) {
   if (!key || !value) return;
   std::lock_guard lock(big_lock());
   World& w = the_world();
   world_catch_up();
-  if (strncmp(key, "sim.", 4) == 0) knob_apply(w, key, value);
-  else if (strncmp(key, "ptz.lens.", 9) == 0) lens_command(w.lens, key, value);
+  if (strncmp(key, "ptz.lens.", 9) == 0) lens_command(w.lens, key, value);
   world_wake_if_changed();
 }
 

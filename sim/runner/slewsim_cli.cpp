@@ -9,6 +9,23 @@ namespace sim {
 namespace {
 
 const char* const kUsage = "usage: slewsim [--transcript FILE] [--keep DIR] [-v] SCENARIO...";
+const char* const kHelp =
+    "usage: slewsim [--transcript FILE] [--keep DIR] [-v] SCENARIO...\n"
+    "Runs scenario files against slewd on the simulated camera, in virtual time.\n"
+    "  --transcript FILE  write everything the daemon did (one scenario only)\n"
+    "  --keep DIR         keep the camera's files and bus in DIR\n"
+    "  -v                 add the getter calls to the transcript\n"
+    "  -h, --help         this text\n"
+    "Exit: 0 every scenario passed, 1 one failed, 2 bad command line or scenario.\n"
+    "See docs/scenarios.md and `man slewsim`.\n";
+
+// Whether the command line asks for help.
+bool wants_help(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    if (!strcmp(argv[i], "-h") || !strcmp(argv[i], "--help")) return true;
+  }
+  return false;
+}
 
 // Parses the options into options and files; "" or what is wrong.
 std::string parse_options(int argc, char** argv, RunOptions& options, std::vector<std::string>& files) {
@@ -33,6 +50,10 @@ std::string parse_options(int argc, char** argv, RunOptions& options, std::vecto
 }  // namespace
 
 int slewsim_main(int argc, char** argv, DaemonMain daemon_main, FILE* out, FILE* err) {
+  if (wants_help(argc, argv)) {
+    fputs(kHelp, out);
+    return 0;
+  }
   RunOptions options;
   std::vector<std::string> files;
   std::string why = parse_options(argc, argv, options, files);

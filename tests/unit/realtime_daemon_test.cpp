@@ -1,77 +1,11 @@
 // The real daemon on the real-time camera: commands from another process
 // reach its listeners on the bus thread while its main loop runs. Under
 // ThreadSanitizer this is the test of the shared control state.
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <thread>
-
-#include "bus_client.h"
-#include "core.h"
+#include "slewd_process_fixture.h"
 
 namespace {
 
-class RealtimeDaemon : public ::testing::Test {
- protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/realtime_daemon.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    state_ = pattern;
-    // A camera that calibrates at once, with the settings the test drives.
-    sim::clock_init(sim::ClockMode::Virtual);
-    ASSERT_EQ(sim::bus_open((state_ + "/bus.db").c_str()), 0);
-    for (const auto& [key, value] : kSettings) sim::bus_put(key, value);
-    sim::bus_close();
-  }
-  void TearDown() override {
-    if (pid_ > 0) kill(pid_, SIGKILL), waitpid(pid_, nullptr, 0);
-    std::filesystem::remove_all(state_);
-  }
-  void StartDaemon() {
-    pid_ = fork();
-    if (pid_ == 0) {
-      setenv("SLEWD_STATE", state_.c_str(), 1);
-      setenv("TSAN_OPTIONS", "halt_on_error=1", 1);
-      freopen("/dev/null", "w", stdout);
-      execl(SLEWD_PATH, "slewd", (char*)nullptr);
-      _exit(127);
-    }
-  }
-  // Whether the transcript holds text; polls up to a generous bound.
-  bool AwaitTranscript(const char* text) {
-    auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (std::chrono::steady_clock::now() < give_up) {
-      std::ifstream in(state_ + "/transcript.log");
-      std::stringstream all;
-      all << in.rdbuf();
-      if (all.str().find(text) != std::string::npos) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
-  }
-  int Set(const char* key, const char* value) {
-    char* argv[] = {(char*)"slewctl", (char*)"set", (char*)key, (char*)value, nullptr};
-    return sim::slewctl_run(state_, 4, argv, stdout, stderr);
-  }
-
-  static constexpr std::pair<const char*, const char*> kSettings[] = {
-      {"sim.pan.cali_s", "0"},          {"sim.tilt.cali_s", "0"},
-      {"ptz.system.max_speed", "720"},  {"ptz.manual.pan_speed", "90"},
-      {"ptz.manual.tilt_speed", "90"},  {"ptz.system.recover_time", "off"},
-      {"ptz.manual.limit", "on"},       {"ptz.manual.right_limit", "100"},
-      {"ptz.manual.left_limit", "60000"},
-  };
-  std::string state_;
-  pid_t pid_ = -1;
-};
+using RealtimeDaemon = SlewdProcess;
 
 TEST_F(RealtimeDaemon, CommandsFromAnotherProcessWhileTheLoopRuns) {
   StartDaemon();
@@ -90,10 +24,7 @@ TEST_F(RealtimeDaemon, CommandsFromAnotherProcessWhileTheLoopRuns) {
     std::this_thread::sleep_for(std::chrono::milliseconds(150));
   }
   EXPECT_TRUE(AwaitTranscript("out Set Preset:4 "));
-  kill(pid_, SIGTERM);
-  int status = 0;
-  ASSERT_EQ(waitpid(pid_, &status, 0), pid_);
-  pid_ = -1;
+  int status = Kill(SIGTERM);
   ASSERT_TRUE(WIFEXITED(status)) << "killed by signal " << WTERMSIG(status);
   EXPECT_EQ(WEXITSTATUS(status), 1);  // the daemon's signal exit, no race report
   EXPECT_TRUE(AwaitTranscript("exit 1"));

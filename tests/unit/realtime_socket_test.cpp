@@ -12,6 +12,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -115,6 +118,7 @@ TEST_F(Realtime, SlewctlGetListAndErrors) {
   kvlink_set("ptz.status", "0");
   kvlink_set("ptz.preset.position.999", "one");
   kvlink_set("ptz.preset.position.999", "two");
+  sim::bus_stretch_end();  // as the daemon's next sleep would
   ASSERT_EQ(Ctl({"set", "ptz.mode_status", "line one\nline two\\"}), sim::kCtlOk);
   char stored[128];
   ASSERT_TRUE(sim::bus_read("ptz.mode_status", stored, sizeof stored));
@@ -132,6 +136,8 @@ TEST_F(Realtime, SlewctlGetListAndErrors) {
   EXPECT_EQ(err, "slewctl: value over 127 characters (128)\n");
   EXPECT_EQ(Ctl({"set", "ptz.status"}, &out, &err), sim::kCtlUsage);
   EXPECT_EQ(Ctl({"watch", "-n", "zero"}, &out, &err), sim::kCtlUsage);
+  EXPECT_EQ(err, "slewctl: bad command line; slewctl --help tells the commands\n");
+  EXPECT_EQ(Ctl({"get", "--wait", "ptz.status"}, &out, &err), sim::kCtlUsage);
   EXPECT_EQ(Ctl({"fly"}, &out, &err), sim::kCtlUsage);
   EXPECT_EQ(Ctl({"get", "ptz.status"}, &out), sim::kCtlOk) << "nothing refused was stored";
   EXPECT_EQ(out, "0\n");
@@ -168,6 +174,7 @@ TEST_F(Realtime, WatchStreamsEveryWriteUnderItsPrefix) {
   ASSERT_EQ(line, "ok");
   kvlink_set("ptz.status", "4");
   kvlink_set("image.cam1.flip", "on");
+  sim::bus_stretch_end();
   ASSERT_EQ(Ctl({"set", "ptz.run_mode", "stop"}), sim::kCtlOk);
   kvlink_set("ptz.preset.position.999", "a\nb");
   std::vector<std::string> seen;
@@ -182,6 +189,7 @@ TEST_F(Realtime, WatchStreamsEveryWriteUnderItsPrefix) {
   std::thread writer([&done] {
     for (int i = 0; !done; ++i) {
       kvlink_set("ptz.pan_pos", std::to_string(i).c_str());
+      sim::bus_stretch_end();
       std::this_thread::yield();
     }
   });
@@ -190,6 +198,96 @@ TEST_F(Realtime, WatchStreamsEveryWriteUnderItsPrefix) {
   writer.join();
   EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2);
   EXPECT_EQ(out.rfind("ptz.pan_pos=", 0), 0u) << out;
+}
+
+}  // namespace
+
+namespace {
+
+// Reads one reply line from a raw connection ("" when none came).
+std::string Reply(int fd) {
+  timeval bound{10, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof bound);
+  sim::LineReader reader(fd);
+  std::string line;
+  return reader.next(&line) ? line : "";
+}
+
+TEST_F(Realtime, ProtocolRefusesLongLinesNulBytesAndTakesCrLf) {
+  int fd = Connect();
+  ASSERT_TRUE(sim::proto_send(fd, std::string(2000, 'x') + "\n"));
+  EXPECT_EQ(Reply(fd), "error line over 1024 characters");
+  char byte;
+  EXPECT_EQ(recv(fd, &byte, 1, 0), 0) << "closed after the error";
+  close(fd);
+
+  fd = Connect();
+  ASSERT_TRUE(sim::proto_send(fd, std::string("set ptz.x a\0b\n", 14)));
+  EXPECT_EQ(Reply(fd), "error value holds a NUL byte");
+  ASSERT_TRUE(sim::proto_send(fd, "set ptz.x ends in cr\\r\r\n"));
+  EXPECT_EQ(Reply(fd), "ok");
+  ASSERT_TRUE(sim::proto_send(fd, "get ptz.x\r\n"));
+  EXPECT_EQ(Reply(fd), "value ends in cr\\r") << "CR LF ends a line; an escaped CR is kept";
+  close(fd);
+}
+
+TEST_F(Realtime, SlewctlEscapesControlCharactersUnlessRaw) {
+  const std::string hostile = "a\x1b[2J\rb\tc\\d\x7f\xc2\x9b" "e\xc3\xa9";
+  ASSERT_EQ(Ctl({"set", "ptz.osd", hostile}), sim::kCtlOk);
+  std::string out;
+  EXPECT_EQ(Ctl({"get", "ptz.osd"}, &out), sim::kCtlOk);
+  const std::string shown = "a\\e[2J\\rb\\tc\\\\d\\x7f\\xc2\\x9be\xc3\xa9\n";
+  EXPECT_EQ(out, shown) << "C0, DEL and C1 escaped; other UTF-8 kept";
+  EXPECT_EQ(Ctl({"list", "ptz.osd"}, &out), sim::kCtlOk);
+  EXPECT_EQ(out, "ptz.osd=" + shown);
+  EXPECT_EQ(Ctl({"get", "--raw", "ptz.osd"}, &out), sim::kCtlOk);
+  EXPECT_EQ(out, hostile + "\n");
+
+  // Pairs of equal writes until the watch has seen two changes.
+  std::atomic<bool> done{false};
+  std::thread writer([&done] {
+    while (!done) {
+      for (const char* v : {"same", "same", "\x1b", "\x1b"}) {
+        sim::bus_write(sim::Origin::External, "ptz.osd", v);
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  });
+  EXPECT_EQ(Ctl({"watch", "-n", "2", "--changes", "ptz.osd"}, &out), sim::kCtlOk);
+  done = true;
+  writer.join();
+  EXPECT_TRUE(out == "ptz.osd=same\nptz.osd=\\e\n" || out == "ptz.osd=\\e\nptz.osd=same\n")
+      << "repeats left out: " << out;
+}
+
+TEST_F(Realtime, RefusedKnobIsNotStored) {
+  std::string out, err;
+  ASSERT_EQ(Ctl({"set", "sim.pan.pos", "100"}), sim::kCtlOk);
+  EXPECT_EQ(Ctl({"set", "sim.pan.pos", "abc"}, &out, &err), sim::kCtlRefused);
+  EXPECT_EQ(err, "slewctl: sim.pan.pos: bad value \"abc\", knob unchanged\n");
+  EXPECT_EQ(Ctl({"get", "sim.pan.pos"}, &out), sim::kCtlOk);
+  EXPECT_EQ(out, "100\n");
+  EXPECT_EQ(Ctl({"set", "sim.no_knob", "1"}, &out, &err), sim::kCtlOk) << "not the camera's to refuse";
+}
+
+TEST_F(Realtime, TranscriptKeepsThePreviousRunAndRotates) {
+  const std::string log = state_ + "/transcript.log";
+  sim::trace(sim::Kind::Log, "first run");
+  sim::realtime_stop();
+  std::string error;
+  ASSERT_EQ(sim::realtime_start(state_, &error), 0) << error;
+  std::ifstream previous(log + ".1");
+  std::string text((std::istreambuf_iterator<char>(previous)), std::istreambuf_iterator<char>());
+  EXPECT_NE(text.find("log first run"), std::string::npos) << "the previous run is kept";
+
+  sim::transcript_rotate_at(4096);
+  for (int i = 0; i < 400; ++i) sim::trace(sim::Kind::Log, "line %d of a long run", i);
+  sim::transcript_rotate_at(16 * 1024 * 1024);
+  for (const char* old : {".1", ".2", ".3"}) {
+    EXPECT_LE(std::filesystem::file_size(log + old), 4096u + 64) << old;
+  }
+  EXPECT_FALSE(std::filesystem::exists(log + ".4")) << "at most three old files";
+  EXPECT_LE(std::filesystem::file_size(log), 4096u + 64);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// slewctl: gets, sets, lists and watches keys on the bus of a running slewd.
-// The state folder (and so the socket) is $SLEWD_STATE, else
-// $HOME/.local/state/slewd, as for slewd.
+// slewctl: gets, sets, lists and watches keys on the bus of a running slewd,
+// and runs commands. The state folder (and so the socket) is $SLEWD_STATE,
+// else $HOME/.local/state/slewd, as for slewd.
 #include <cstdio>
 #include <string>
 
