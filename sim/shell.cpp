@@ -266,8 +266,8 @@ int run_command(World& w, const Words& words) {
   if (name == "rm") return run_rm(words);
   if (name == "killall") return run_killall(w, words);
   if (name == "i2ctransfer") return run_i2ctransfer(w, words);
-  if (name == kTrackerName) tracker_start(w.tracker, w.elapsed_ns);
-  return 0;  // sync, the tracker and anything else: taken as run
+  if (name == kTrackerName) return tracker_start(w.tracker, w.elapsed_ns) ? 0 : 1;
+  return 0;  // sync and anything else: taken as run
 }
 
 }  // namespace

@@ -43,10 +43,12 @@ void report_by(Tracker& t, int64_t at) {
 
 }  // namespace
 
-void tracker_start(Tracker& t, int64_t now_ns) {
+bool tracker_start(Tracker& t, int64_t now_ns) {
+  if (t.running >= kTrackersMax) return false;
   t.running++;
   t.report_at = now_ns + kTrackerFirstReportNs;
   publish_running(t);
+  return true;
 }
 
 void tracker_kill_all(Tracker& t) {

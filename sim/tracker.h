@@ -10,6 +10,7 @@ namespace sim {
 
 constexpr int64_t kTrackerFirstReportNs = 500000000LL;  // after a start
 constexpr int64_t kTrackerFollowNs = 50000000LL;        // after a move of the person
+constexpr int kTrackersMax = 64;                        // the process table's room
 
 // A person in the scene, as sim.person says.
 struct Person {
@@ -26,8 +27,9 @@ struct Tracker {
   int64_t report_at = -1;  // world time of the next report; -1 none due
 };
 
-// A shell command FigureFollow: one more process.
-void tracker_start(Tracker& t, int64_t now_ns);
+// A shell command FigureFollow: one more process; false (nothing started)
+// when kTrackersMax already run.
+bool tracker_start(Tracker& t, int64_t now_ns);
 // killall FigureFollow, or a crash: every process ends.
 void tracker_kill_all(Tracker& t);
 // sim.person: "PAN,TILT", "PAN,TILT,ZOOM" or empty; false for anything else.
