@@ -2,6 +2,7 @@
 // action asks of the loop.
 #include "tours/schedule.h"
 
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 
@@ -87,6 +88,11 @@ void ParseScheduleDay(const char* day, const char* value, ScheduleEntry row[kSch
   if (length > kLastPieceMin) StoreEntry(work, day, number, '2', row);
 }
 
+void ScheduleDayKey(int32_t day, char key[kScheduleKeySize]) {
+  if (day < 0 || day >= kScheduleDays) day = 0;
+  snprintf(key, kScheduleKeySize, "ptz.schedule.%s", kDayNames[day]);
+}
+
 void LoadSchedule() {
   char buf[kBusValueSize];
   BusRead("ptz.schedule.enable", buf);
@@ -94,8 +100,8 @@ void LoadSchedule() {
   BusRead("ptz.schedule.recover_time", buf);
   giScheduleRecoverTime = TextToInt(buf);
   for (int32_t day = 0; day < kScheduleDays; day++) {
-    char key[32];
-    snprintf(key, sizeof key, "ptz.schedule.%s", kDayNames[day]);
+    char key[kScheduleKeySize];
+    ScheduleDayKey(day, key);
     BusRead(key, buf);
     os_printf("%s=%s\n", key, buf);
     ParseScheduleDay(kDayNames[day], buf, gSchedule[day]);

@@ -30,6 +30,10 @@ int32_t CheckSchedule();
 int32_t ParseScheduleAction(const char* text);
 // Sets the target of an encoded action.
 void ApplyScheduleTarget(int32_t action);
+constexpr int32_t kScheduleKeySize = 32;
+// The key of a weekday's value, "ptz.schedule.sun" to "ptz.schedule.sat"
+// (a day outside 0..6 counts as Sunday).
+void ScheduleDayKey(int32_t day, char key[kScheduleKeySize]);
 // Parses one weekday value into its row (used by LoadSchedule; the row is
 // cleared first).
 void ParseScheduleDay(const char* day, const char* value, ScheduleEntry row[kScheduleEntries]);
