@@ -75,22 +75,24 @@ static PresetRecord PresetOrEmpty(int32_t preset) {
   return gPreset[preset];
 }
 
-// Saves the home: the head's position, or the preset the home is tied to,
-// as the home in force and as the saved one.
-static void SaveHome() {
-  int32_t pan = giPanPos, tilt = giTiltPos, zoom = giZoomPos;
-  if (giTrackPresetId != -1) {
-    PresetRecord row = PresetOrEmpty(giTrackPresetId);
-    pan = row.pan;
-    tilt = row.tilt;
-    zoom = row.zoom;
-  }
+// Writes a home as the home in force and, with save, as the saved home.
+static void WriteHome(int32_t pan, int32_t tilt, int32_t zoom, bool save) {
   char text[32];
   snprintf(text, sizeof text, "%d,%d", pan, tilt);
   kvlink_set("ptz.track.position", text);
-  kvlink_set("ptz.track.preset_save_position", text);
+  if (save) kvlink_set("ptz.track.preset_save_position", text);
   BusWriteInt("ptz.track.zoom", zoom);
-  BusWriteInt("ptz.track.preset_save_zoom", zoom);
+  if (save) BusWriteInt("ptz.track.preset_save_zoom", zoom);
+}
+
+// Saves the home: the head's position, or the preset the home is tied to.
+static void SaveHome() {
+  if (giTrackPresetId == -1) {
+    WriteHome(giPanPos, giTiltPos, giZoomPos, true);
+    return;
+  }
+  PresetRecord row = PresetOrEmpty(giTrackPresetId);
+  WriteHome(row.pan, row.tilt, row.zoom, true);
 }
 
 // Copies one key's text to another.
@@ -156,10 +158,7 @@ void SetTrackRunCommand(const char* args) {
 
 void PublishTrackPreset(int32_t preset) {
   PresetRecord row = PresetOrEmpty(preset);
-  char text[32];
-  snprintf(text, sizeof text, "%d,%d", row.pan, row.tilt);
-  kvlink_set("ptz.track.position", text);
-  BusWriteInt("ptz.track.zoom", row.zoom);
+  WriteHome(row.pan, row.tilt, row.zoom, false);
 }
 
 // Moves to a tracking position; an unchanged zoom leaves the lens alone.
