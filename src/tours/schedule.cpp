@@ -123,12 +123,26 @@ static void ForgetParsing() {
   gcSchedAction[0] = '\0';
 }
 
-int32_t CheckSchedule() {
+// Weekday and hhmm of the local time now. The loop asks every tick, so the
+// conversion runs only when the wall-clock second has changed.
+static void LocalDayAndMinute(int32_t* day, int32_t* hhmm) {
+  static time_t lastWall = (time_t)-1;
+  static int32_t lastDay = 0, lastHhmm = 0;
   time_t wall = os_time();
-  struct tm local = {};
-  os_localtime(&wall, &local);
-  int32_t day = local.tm_wday >= 0 && local.tm_wday < kScheduleDays ? local.tm_wday : 0;
-  int32_t hhmm = local.tm_hour * 100 + local.tm_min;
+  if (wall != lastWall) {
+    struct tm local = {};
+    os_localtime(&wall, &local);
+    lastWall = wall;
+    lastDay = local.tm_wday >= 0 && local.tm_wday < kScheduleDays ? local.tm_wday : 0;
+    lastHhmm = local.tm_hour * 100 + local.tm_min;
+  }
+  *day = lastDay;
+  *hhmm = lastHhmm;
+}
+
+int32_t CheckSchedule() {
+  int32_t day = 0, hhmm = 0;
+  LocalDayAndMinute(&day, &hhmm);
   if (day != giSchedDay) {
     ForgetParsing();
     giSchedDay = day;
