@@ -9,7 +9,6 @@ namespace schedule_week {
 
 constexpr int kDays = 7;
 constexpr int kEntryStarts[4] = {600, 1200, 1800, 2200};  // hhmm, each an hour long
-constexpr int kWeekSeconds = kDays * 86400;
 
 // The day's value: presets 1, 2, 1, 2.
 inline std::string DayValue() {
@@ -22,20 +21,23 @@ inline std::string DayValue() {
   return value;
 }
 
-// The scenario: the daemon starts on Sunday 00:00:00 and runs a week. With
-// enabled false the same week runs with the schedule off (the reference).
-inline std::string Scenario(bool enabled) {
+// The scenario: the daemon starts at 00:00:00 on weekday firstDay (0 is
+// Sunday) and runs for the given days, a week by default. With enabled
+// false the same time runs with the schedule off (the reference).
+inline std::string Scenario(bool enabled, int firstDay = 0, int days = kDays) {
   static const char* const kDayNames[kDays] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
-  std::string text = "bus sim.clock 2026-01-04 00:00:00\nbus ptz.system.max_speed 720\n";
+  std::string date = std::to_string(4 + firstDay);  // 2026-01-04 is a Sunday
+  std::string text = "bus sim.clock 2026-01-" + std::string(date.size() < 2 ? "0" : "") + date +
+                     " 00:00:00\nbus ptz.system.max_speed 720\n";
   text += std::string("bus ptz.schedule.enable ") + (enabled ? "on" : "off") + "\n";
   for (const char* day : kDayNames) text += std::string("bus ptz.schedule.") + day + " " + DayValue() + "\n";
   text += "bus ptz.preset.position.0 id:1,pan:10000,tilt:6000,zoom:-1,focus:-1,pref:-1,name:A\n";
   text += "bus ptz.preset.position.1 id:2,pan:40000,tilt:7000,zoom:-1,focus:-1,pref:-1,name:B\n";
-  text += "await out in loop 120\nwait " + std::to_string(kWeekSeconds) + "\n";
+  text += "await out in loop 120\nwait " + std::to_string(days * 86400) + "\n";
   return text;
 }
 
-// Seconds after the start at which entry i of day d falls due.
+// Seconds after the start at which entry i of the start day + d falls due.
 inline int EntrySecond(int day, int entry) {
   int start = kEntryStarts[entry];
   return day * 86400 + start / 100 * 3600 + start % 100 * 60;
