@@ -127,6 +127,7 @@ TEST_F(RealtimeDaemon, KillDuringRecordingLeavesTheStoredPattern) {
   ASSERT_TRUE(WIFSIGNALED(status));
   EXPECT_TRUE(std::filesystem::exists(state_ + "/root/tmp/pattern3.path"));  // under way
   EXPECT_EQ(FileText(stored), kStoredText);  // untouched: no copy before the end
+}
 
 // set_track_run: moves the head on the bus thread, UpdatePosition and all,
 // while the loop is in the wait of its own move: the two must not race.
