@@ -61,6 +61,14 @@ bool set_clock(const char* value) {
   return true;
 }
 
+// 1 ends every tracker as a crash would; other numbers do nothing.
+bool set_crash(Tracker& t, const char* value) {
+  int v = 0;
+  if (!parse_int(value, &v)) return false;
+  if (v == 1) tracker_kill_all(t);
+  return true;
+}
+
 const Knob kKnobs[] = {
     {"sim.model_id", [](World& w, const char* v) { w.cam.model_id = intern_text(v); return true; }},
     {"sim.motor_type", [](World& w, const char* v) { return set_int(w.cam.motor_type, v); }},
@@ -80,6 +88,10 @@ const Knob kKnobs[] = {
     {"sim.pan.pos", [](World& w, const char* v) { return set_pos(w.pan, v, kPanTurn); }},
     {"sim.tilt.pos", [](World& w, const char* v) { return set_pos(w.tilt, v, kTiltMax); }},
     {"sim.clock", [](World&, const char* v) { return set_clock(v); }},
+    {"sim.person", [](World& w, const char* v) { return tracker_set_person(w.tracker, v, w.elapsed_ns); }},
+    {"sim.tracker.crash", [](World& w, const char* v) { return set_crash(w.tracker, v); }},
+    // Written by the camera itself; a write from outside changes nothing.
+    {"sim.tracker.running", [](World&, const char*) { return true; }},
 };
 
 // Keys the camera writes about itself and nobody else may write.

@@ -1,6 +1,7 @@
 // The emulated shell: splits a `system` line into commands and plays the
 // few the camera has (cp, rm, sync, killall, i2ctransfer) inside the
-// sandbox. Anything else is taken as run, with status 0.
+// sandbox, and starts the simulated tracker. Anything else is taken as run,
+// with status 0.
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -177,9 +178,15 @@ int run_rm(const Words& words) {
   return status;
 }
 
-// killall [-SIGNAL] NAME...: recorded; no simulated process runs yet.
+// The one simulated program that runs as a process.
+constexpr const char* kTrackerName = "FigureFollow";
+
+// killall [-SIGNAL] NAME...: recorded; naming the tracker ends every one.
 int run_killall(World& w, const Words& words) {
-  for (const std::string& name : operands(words)) w.shell.killed.push_back(name);
+  for (const std::string& name : operands(words)) {
+    w.shell.killed.push_back(name);
+    if (name == kTrackerName) tracker_kill_all(w.tracker);
+  }
   return 0;
 }
 
@@ -259,7 +266,8 @@ int run_command(World& w, const Words& words) {
   if (name == "rm") return run_rm(words);
   if (name == "killall") return run_killall(w, words);
   if (name == "i2ctransfer") return run_i2ctransfer(w, words);
-  return 0;  // sync, the tracker and anything else: taken as run
+  if (name == kTrackerName) return tracker_start(w.tracker, w.elapsed_ns) ? 0 : 1;
+  return 0;  // sync and anything else: taken as run
 }
 
 }  // namespace

@@ -37,7 +37,8 @@ void lens_power_on_from_bus(World& w) {
 }  // namespace
 
 bool world_active(const World& w) {
-  return axis_active(w.pan) || axis_active(w.tilt) || lens_active(w.lens) || firmware_active(w.controllers);
+  return axis_active(w.pan) || axis_active(w.tilt) || lens_active(w.lens) ||
+         firmware_active(w.controllers) || w.tracker.report_at >= 0;
 }
 
 World& the_world() {
@@ -72,6 +73,7 @@ void world_step(int64_t dt_ns) {
     axis_step(w.tilt, dt);
     lens_step(w.lens, dt, w.elapsed_ns);
     firmware_step(w.controllers, dt);
+    tracker_step(w.tracker, w.elapsed_ns);
     dt_ns -= dt;
   }
 }

@@ -10,6 +10,7 @@
 #include "controllers.h"
 #include "head.h"
 #include "lens.h"
+#include "tracker.h"
 
 namespace sim {
 
@@ -29,6 +30,7 @@ struct World {
   Lens lens;
   CamState cam;
   ShellRecord shell;
+  Tracker tracker;
 };
 
 World& the_world();

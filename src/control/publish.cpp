@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 
 #include "control/bus_text.h"
 #include "control/control.h"
@@ -12,8 +13,13 @@
 #include "platform/os.h"
 #include "tours/pattern.h"
 
-// Main-loop thread only (and the set_track_run: wait, which the bus thread
-// runs while the loop is held elsewhere): plain state.
+// UpdatePosition runs on the loop's thread and, in the move of
+// set_track_run:, on the bus thread: this lock lets one in at a time. It is
+// recursive because a listener may run on the loop's own thread inside a
+// wait of UpdatePosition (a recording's rest pause).
+static std::recursive_mutex gPositionMutex;
+
+// Guarded by gPositionMutex where UpdatePosition uses them.
 static int32_t giLastStatusOwner = 0;
 static int32_t giLastStatusState = 0;
 static int32_t giPosDirty = 0;
@@ -50,6 +56,7 @@ static void PublishPosition() {
 }
 
 void UpdatePosition() {
+  std::lock_guard<std::recursive_mutex> hold(gPositionMutex);
   int32_t moved = 0;
   int pan = 0, tilt = 0, zoom = 0;
   GetPanPos(&pan);

@@ -64,10 +64,13 @@ int ParseRelative(const char* text, int32_t* first, int32_t* second) {
 
 // ---- Common steps ------------------------------------------------------------
 
+// A verb that asks for no mode of its own (limit:, clr_pattern:, view:)
+// leaves the head idle rather than in a track/idle see-saw.
 static void QuietClose() {
   if (iTrackStatus != 1) return;
   iTrackStatus = 0;
   StopTracker();
+  if (giNewMode == kModeTrack) giNewMode = kModeIdle;
 }
 
 static void PlainClose() {

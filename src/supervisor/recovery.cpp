@@ -9,10 +9,6 @@
 #include "platform/os.h"
 #include "tours/schedule.h"
 
-static const char* const kWeekdayKeys[7] = {
-    "ptz.schedule.sun", "ptz.schedule.mon", "ptz.schedule.tue", "ptz.schedule.wed",
-    "ptz.schedule.thu", "ptz.schedule.fri", "ptz.schedule.sat"};
-
 int32_t DeadlineAfterMinutes(int32_t now, int32_t minutes) {
   return (int32_t)(uint32_t)(uint64_t)((int64_t)now + 60 * (int64_t)minutes);
 }
@@ -67,7 +63,9 @@ static void ScheduleTest(int32_t now, int32_t scheduleMode, Shared& guard) {
   os_printf("Schedule recover run mode:%d Time:%d / %d\n", scheduleMode, now, deadline);
   ApplyScheduleTarget(scheduleMode);
   char command[kBusValueSize];
-  BusRead(kWeekdayKeys[local.tm_wday >= 0 && local.tm_wday < 7 ? local.tm_wday : 0], command);
+  char key[kScheduleKeySize];
+  ScheduleDayKey(local.tm_wday, key);
+  BusRead(key, command);
   giScheduleDeadline = -1;
   guard = -1;
   kvlink_set("ptz.run_mode", command);

@@ -14,6 +14,10 @@ void GoTrackPositionCommand();
 void SetTrackRunCommand(const char* args);
 // go_preset: to the tracking preset publishes its position as home in force.
 void PublishTrackPreset(int32_t preset);
+// Reads "PAN,TILT" of ptz.track.location or ptz.track.position: empty is
+// 0,0; a missing tilt, or a number outside its axis's steps, is -1, which
+// leaves that axis alone.
+void ParseTrackPosition(const char* text, int32_t* pan, int32_t* tilt);
 // One pass of run mode 9; sets giRunMode.
 void TrackPass();
 // One pass of run mode 10.

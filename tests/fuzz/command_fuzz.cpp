@@ -1,5 +1,6 @@
 // Fuzz target: arbitrary values for ptz.run_mode, the listeners' parsers,
-// patrol lists, scan keys, stored pattern files and view-move texts.
+// patrol lists, scan keys, stored pattern files, view-move texts, schedule
+// day values and actions, and track positions.
 // The first byte picks the receiver; the rest, cut to a bus value of at
 // most 127 characters, is the value, or, whole, a stored pattern file.
 #include <cstddef>
@@ -22,6 +23,8 @@
 #include "tours/pattern.h"
 #include "tours/presets.h"
 #include "tours/scan.h"
+#include "tours/schedule.h"
+#include "tours/tracking.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   sim::clock_init(sim::ClockMode::Virtual);
@@ -108,7 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   memcpy(value, data + 1, n);
   value[n] = '\0';
   char key[] = "fuzz";
-  switch (data[0] % 12) {
+  switch (data[0] % 15) {
     case 0: OnRunMode(key, value); break;
     case 1: OnRunMode(nullptr, value); break;  // a replayed pattern line
     case 2: OnPid(key, value); break;
@@ -120,6 +123,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 9: ScanKeyInput(value); break;
     case 10: PlayPatternFile(data + 1, size - 1); break;
     case 11: ViewMoveInput(value); break;
+    case 12: {
+      ScheduleEntry row[kScheduleEntries];
+      ParseScheduleDay("fuzz", value, row);
+      break;
+    }
+    case 13: ApplyScheduleTarget(ParseScheduleAction(value)); break;
+    case 14: {
+      int32_t pan = 0, tilt = 0;
+      ParseTrackPosition(value, &pan, &tilt);
+      break;
+    }
     default: {
       int32_t a = 0, b = 0, c = 0;
       ParseAbs(value, &a, &b, &c);
@@ -130,5 +144,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // Keep the daemon from piling up requests the loop would act on.
   giNewMode = kModeIdle;
   giPatternRun = 0;
+  iTrackStatus = 0;
   return 0;
 }

@@ -60,4 +60,28 @@ TEST_F(RealtimeDaemon, KillDuringRecordingLeavesTheStoredPattern) {
   EXPECT_EQ(FileText(stored), kStoredText);  // untouched: no copy before the end
 }
 
+// set_track_run: moves the head on the bus thread, UpdatePosition and all,
+// while the loop is in the wait of its own move: the two must not race.
+TEST_F(RealtimeDaemon, SetTrackRunMovesWhileTheLoopMoves) {
+  ASSERT_EQ(sim::bus_open((state_ + "/bus.db").c_str()), 0);
+  sim::bus_put("ptz.preset.position.0", "id:6,pan:30000,tilt:8000,zoom:2000,focus:-1,pref:-1,name:T");
+  sim::bus_put("ptz.system.max_speed", "100");
+  sim::bus_close();
+  StartDaemon();
+  ASSERT_TRUE(AwaitTranscript("out in loop"));
+  ASSERT_EQ(Set("ptz.run_mode", "abs:20000,9000,100"), 0);
+  ASSERT_TRUE(AwaitTranscript("call PanABSMove(0,1000,20000)"));
+  ASSERT_EQ(Set("ptz.run_mode", "set_track_run:6"), 0);
+  EXPECT_TRUE(AwaitTranscript("set ptz.track.preset_save_position=30000,8000"));
+  EXPECT_TRUE(AwaitTranscript("call PanABSMove(0,1000,30000)"));
+  EXPECT_TRUE(AwaitTranscript("sh FigureFollow -m"));
+  kill(pid_, SIGTERM);
+  int status = 0;
+  ASSERT_EQ(waitpid(pid_, &status, 0), pid_);
+  pid_ = -1;
+  ASSERT_TRUE(WIFEXITED(status)) << "killed by signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_TRUE(AwaitTranscript("out Close Track sigstop"));
+}
+
 }  // namespace

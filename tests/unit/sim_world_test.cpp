@@ -1,5 +1,6 @@
 // The simulated hardware, driven directly: head physics, limits, health,
-// controller registers, I2C faults, the lens process and the shell.
+// controller registers, I2C faults, the lens process, the shell and the
+// simulated tracker.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -500,6 +501,41 @@ TEST_F(SimWorld, ShellCopiesAndRemovesInsideTheSandbox) {
   EXPECT_EQ(sim::shell_run("'unterminated"), 0);
   sim::sandbox_set_root(old_root.c_str());
   fs::remove_all(root);
+}
+
+TEST_F(SimWorld, TrackerStartsReportsFollowsAndDies) {
+  power_on({{"sim.person", "100,200"}});
+  EXPECT_EQ(sim::shell_run("FigureFollow -m 0 -b 2&"), 0);
+  EXPECT_EQ(bus("sim.tracker.running"), "1");
+  steps(49);
+  EXPECT_EQ(bus("ptz.track.location"), "<none>");  // not before 0.5 s
+  steps(1);
+  EXPECT_EQ(bus("ptz.track.location"), "100,200");
+  EXPECT_EQ(bus("ptz.track.zoom"), "<none>");
+  sim::bus_write(sim::Origin::External, "sim.person", "300,400,5000");
+  steps(10);  // within 100 ms
+  EXPECT_EQ(bus("ptz.track.location"), "300,400");
+  EXPECT_EQ(bus("ptz.track.zoom"), "5000");
+  for (const char* bad : {"1", "1,2,3,4", "a,b", "1,,2", "99999999999,1"}) {
+    sim::bus_write(sim::Origin::External, "sim.person", bad);
+  }
+  steps(10);
+  EXPECT_EQ(bus("ptz.track.location"), "300,400");  // bad values change nothing
+  sim::shell_run("FigureFollow -p 27182 &");
+  EXPECT_EQ(bus("sim.tracker.running"), "2");
+  sim::bus_write(sim::Origin::External, "sim.tracker.crash", "0");
+  EXPECT_EQ(bus("sim.tracker.running"), "2");
+  sim::bus_write(sim::Origin::External, "sim.tracker.crash", "1");
+  EXPECT_EQ(bus("sim.tracker.running"), "0");
+  sim::bus_write(sim::Origin::External, "sim.person", "1,2");
+  steps(100);
+  EXPECT_EQ(bus("ptz.track.location"), "300,400");  // nobody reports
+  sim::shell_run("FigureFollow &");
+  sim::bus_write(sim::Origin::External, "sim.person", "");
+  steps(100);
+  EXPECT_EQ(bus("ptz.track.location"), "300,400");  // an empty person: nothing
+  sim::shell_run("killall -9 FigureFollow &");
+  EXPECT_EQ(bus("sim.tracker.running"), "0");
 }
 
 }  // namespace

@@ -65,6 +65,11 @@ TEST(StartupOrder, ListenersAreBoundAndReadInOrder) {
     expected.push_back(std::string("get(") + key + ")");
   }
   expected.insert(expected.end(), {"listen(ptz.PID)", "get(ptz.PID)"});
+  // LoadSchedule ends the listeners' start.
+  expected.insert(expected.end(), {"get(ptz.schedule.enable)", "get(ptz.schedule.recover_time)"});
+  for (const char* day : {"sun", "mon", "tue", "wed", "thu", "fri", "sat"}) {
+    expected.push_back(std::string("get(ptz.schedule.") + day + ")");
+  }
   EXPECT_EQ(StartupBusCalls(), expected);
 }
 
