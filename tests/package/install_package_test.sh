@@ -2,11 +2,13 @@
 # Builds the Debian package of a build folder, unpacks it into a scratch
 # root, runs the unpacked slewsim on a scenario (its transcript must match
 # the build's own slewsim), and checks the systemd units with
-# systemd-analyze verify where it is available.
-# Usage: install_package_test.sh BUILD_DIR SOURCE_DIR
+# systemd-analyze verify where it is available. In a cross-build the
+# programs run through the EMULATOR command given after the folders.
+# Usage: install_package_test.sh BUILD_DIR SOURCE_DIR [EMULATOR...]
 set -euo pipefail
 build=$1
 source=$2
+emulator=("${@:3}")
 scratch=$(mktemp -d "${TMPDIR:-/tmp}/slewd-package.XXXXXX")
 trap 'rm -rf "$scratch"' EXIT
 root=$scratch/root
@@ -28,10 +30,10 @@ echo "package: $(basename "$deb"), $(du -k "$deb" | cut -f1) KiB"
 
 # The unpacked slewsim on a scenario, against the build's own.
 scenario=$(find "$source/tests/scenarios" -name '*.scn' | sort | head -n1)
-"$root/usr/bin/slewsim" --transcript "$scratch/installed.txt" "$scenario" >"$scratch/run.log" ||
+"${emulator[@]}" "$root/usr/bin/slewsim" --transcript "$scratch/installed.txt" "$scenario" >"$scratch/run.log" ||
   { cat "$scratch/run.log"; fail "installed slewsim on $scenario"; }
 grep -q '^PASS ' "$scratch/run.log" || fail "installed slewsim did not pass $scenario"
-"$build/slewsim" --transcript "$scratch/built.txt" "$scenario" >/dev/null
+"${emulator[@]}" "$build/slewsim" --transcript "$scratch/built.txt" "$scenario" >/dev/null
 cmp -s "$scratch/installed.txt" "$scratch/built.txt" || fail "installed and built transcripts differ"
 echo "installed slewsim: $(tail -n1 "$scratch/run.log") on $(basename "$scenario")"
 
