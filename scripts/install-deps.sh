@@ -9,7 +9,7 @@ native=$(dpkg --print-architecture)
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev libsqlite3-dev:$native libgtest-dev:$native
   zlib1g-dev:$native pkg-config libcpp-httplib-dev:$native nlohmann-json3-dev chromium
   g++-aarch64-linux-gnu qemu-user libsqlite3-dev:arm64 libgtest-dev:arm64 zlib1g-dev:arm64 libstdc++6:arm64
-  libcpp-httplib-dev:arm64 nlohmann-json3-dev pkg-config
+  libcpp-httplib-dev:arm64
   dpkg-dev file systemd)
 sudo_cmd=""
 [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
