@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core.h"
 #include "runner/soak.h"
 
 namespace sim {
@@ -65,7 +64,7 @@ struct Watch {
   bool listener_move = false;    // a moving listener ran since the last tick
   int status = 0;                // ptz.status as last published
   bool rest_pending = false;     // a stop waits for the head to rest
-  int64_t rest_deadline = 0;
+  int64_t rest_deadline = -1;    // virtual time, or -1 until the next step
   long checks = 0;
   long ticks = 0;
   long rests = 0;
@@ -128,7 +127,7 @@ void note_command(const char* line) {
   const char* command = line + strlen(kPrefix);
   if (strstr(command, "set_track_run:")) g_watch.listener_move = true;
   g_watch.rest_pending = !strcmp(command, "stop");
-  g_watch.rest_deadline = now_ns() + static_cast<int64_t>(kRestBound * kSecond);
+  g_watch.rest_deadline = -1;  // the next step sets it
 }
 
 std::string on_line(const char* line) {
@@ -179,6 +178,7 @@ std::string check_ticks(int64_t now) {
 std::string check_rest(int64_t now) {
   if (!g_watch.rest_pending) return "";
   ++g_watch.checks;
+  if (g_watch.rest_deadline < 0) g_watch.rest_deadline = now + static_cast<int64_t>(kRestBound * kSecond);
   if (g_watch.status == 0 && g_watch.probes.run_mode() == 0 && g_watch.probes.new_mode() == 0) {
     g_watch.rest_pending = false;
     ++g_watch.rests;
