@@ -42,8 +42,9 @@ TEST(Soak, PlanHoldsCommandsSettingsFaultsAndPresetChecks) {
   EXPECT_GT(counts.settings, 20);
   EXPECT_GT(counts.faults, 10);
   EXPECT_EQ(counts.preset_checks, 7);  // every ten minutes and at the end
-  for (const sim::Directive& d : plan.steps)
+  for (const sim::Directive& d : plan.steps) {
     if (d.op == sim::Op::Bus) EXPECT_LE(d.text.size(), 127u) << d.source;  // the bus takes it
+  }
 }
 
 // Probes of a daemon held in place by the test.
