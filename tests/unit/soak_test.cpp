@@ -43,7 +43,9 @@ TEST(Soak, PlanHoldsCommandsSettingsFaultsAndPresetChecks) {
   EXPECT_GT(counts.faults, 10);
   EXPECT_EQ(counts.preset_checks, 7);  // every ten minutes and at the end
   for (const sim::Directive& d : plan.steps) {
-    if (d.op == sim::Op::Bus) EXPECT_LE(d.text.size(), 127u) << d.source;  // the bus takes it
+    if (d.op == sim::Op::Bus) {
+      EXPECT_LE(d.text.size(), 127u) << d.source;  // a value the bus takes
+    }
   }
 }
 
