@@ -246,6 +246,8 @@ void do_expect_range(const Directive& d) {
     writes++;
   }
   if (writes == 0) fail(d, "the daemon has not written the key since the mark");
+}
+
 // The preset list on the bus as "ID NAME" lines; positions out of their
 // scales are reported in the line instead of the name.
 std::string preset_listing() {
