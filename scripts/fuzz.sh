@@ -7,7 +7,8 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
 dir="$root/build-test/fuzz"
 # target:seed folder under tests/fuzz:longest input
-targets=(command_fuzz:seeds:600 srecord_fuzz:srecord_seeds:4096)
+targets=(command_fuzz:seeds:600 srecord_fuzz:srecord_seeds:4096 listener_fuzz:listener_seeds:1024
+  protocol_fuzz:protocol_seeds:2048)
 CC=clang CXX=clang++ cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DSLEWD_FUZZ=ON -DBUILD_TESTING=OFF >/dev/null
 ninja -C "$dir" "${targets[@]%%:*}" >/dev/null
@@ -19,6 +20,7 @@ for entry in "${targets[@]}"; do
   corpus="$dir/corpus-$target"
   mkdir -p "$corpus"
   cp "$root/tests/fuzz/$seeds"/* "$corpus/"
+  cp "$root/tests/fuzz/findings/$target"/* "$corpus/" 2>/dev/null || true
   echo "-- $target"
   "$dir/$target" -max_total_time="$share" -max_len="$max_len" -print_final_stats=1 \
     "$corpus" >"$dir/$target.log" 2>&1 || status=$?

@@ -24,9 +24,11 @@ std::atomic<int64_t> g_wake{INT64_MAX};           // next moment the scenario ac
 std::atomic<StepHook> g_step_hook{nullptr};       // the runner, between steps
 std::atomic<bool> g_delivery{true};               // listeners get notifications
 
-// Hands queued notifications to the daemon's listeners while it lives.
+// Hands queued notifications to the daemon's listeners while it lives. Not
+// while the daemon holds its mutex: the listeners would run on the thread
+// that holds it, where a bus thread would wait for it to be released.
 void deliver() {
-  if (g_delivery.load()) bus_deliver_pending();
+  if (g_delivery.load() && !daemon_holds_lock()) bus_deliver_pending();
 }
 
 // The host's raw monotonic clock, in ns.

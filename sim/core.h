@@ -127,6 +127,8 @@ void set_line_hook(LineHook hook);
 // The handler the daemon gave os_signal for signo; nullptr when none.
 using SignalHandler = void (*)(int);
 SignalHandler installed_signal_handler(int signo);
+// Whether the daemon holds its mutex now (os_mutex_lock without unlock).
+bool daemon_holds_lock();
 // Virtual mode: os_exit traces `exit N`, then calls this hook (the runner),
 // which must not return. Without a hook os_exit ends the process.
 using ExitHook = void (*)(int status);

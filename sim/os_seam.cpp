@@ -52,7 +52,30 @@ void set_exit_hook(ExitHook hook) { g_exit_hook.store(hook); }
 
 }  // namespace sim
 
+namespace sim {
+
+namespace {
+
+std::atomic<int> g_daemon_locks{0};  // mutexes the daemon holds now
+
+}  // namespace
+
+bool daemon_holds_lock() { return g_daemon_locks.load() > 0; }
+
+}  // namespace sim
+
 extern "C" {
+
+int os_mutex_lock(pthread_mutex_t* mutex) {
+  int result = pthread_mutex_lock(mutex);
+  if (result == 0) sim::g_daemon_locks.fetch_add(1);
+  return result;
+}
+
+int os_mutex_unlock(pthread_mutex_t* mutex) {
+  sim::g_daemon_locks.fetch_sub(1);
+  return pthread_mutex_unlock(mutex);
+}
 
 // A sleep of the daemon ends its stretch of writes (see bus.cpp).
 int os_usleep(unsigned int usec) {

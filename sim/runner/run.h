@@ -3,6 +3,7 @@
 // the daemon itself).
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -13,11 +14,27 @@ namespace sim {
 
 using DaemonMain = int (*)(int argc, char** argv);
 
+// What the soak reads of the daemon itself, handed in with its entry.
+struct DaemonProbes {
+  int32_t (*tick)();      // changes on every tick of the main loop
+  int32_t (*run_mode)();  // giRunMode
+  int32_t (*new_mode)();  // giNewMode
+};
+
+// Checks made all through a run (the soak's invariants). Each returns "" or
+// what is wrong, which fails the run at the next step.
+struct RunWatch {
+  std::string (*on_line)(const char* line);  // every new transcript line
+  std::string (*on_step)(int64_t now_ns);    // between virtual steps
+  std::string (*summary)();                  // figures added to the PASS line
+};
+
 struct RunOptions {
   std::string transcript;  // write the whole transcript here (one scenario)
   std::string keep;        // keep sandbox files and a bus dump under here
   bool verbose = false;    // getters, kvlink_get and sim writes in the transcript
   int timeout_s = 300;     // real-time limit of one scenario's process
+  const RunWatch* watch = nullptr;  // invariants checked all the time, or none
 };
 
 // In a child process: sets up the simulated camera in a fresh sandbox, plays
@@ -34,7 +51,9 @@ int run_scenarios(const std::vector<Scenario>& scenarios, const RunOptions& opti
                   DaemonMain daemon_main, FILE* out);
 
 // The slewsim command line: [--transcript FILE] [--keep DIR] [-v] SCENARIO...
+// or --soak SEED [--hours H] [--transcript FILE] [-v] (needs probes).
 // Returns the exit status: 2 for bad usage or a scenario it cannot parse.
-int slewsim_main(int argc, char** argv, DaemonMain daemon_main, FILE* out, FILE* err);
+int slewsim_main(int argc, char** argv, DaemonMain daemon_main, FILE* out, FILE* err,
+                 const DaemonProbes* probes = nullptr);
 
 }  // namespace sim

@@ -53,6 +53,7 @@ ChildResult collect(pid_t pid, int fd, int timeout_s) {
 std::string verdict(const Scenario& s, const ChildResult& r, int timeout_s) {
   if (r.timed_out) return "FAIL " + s.name + ": " + s.path + ": no end after " + std::to_string(timeout_s) + " s of real time";
   if (r.report == "PASS") return "PASS " + s.name;
+  if (r.report.rfind("PASS ", 0) == 0) return "PASS " + s.name + ": " + r.report.substr(5);
   if (r.report.rfind("FAIL ", 0) == 0) return "FAIL " + s.name + ": " + r.report.substr(5);
   if (WIFSIGNALED(r.wait_status))
     return "FAIL " + s.name + ": " + s.path + ": the run crashed with signal " + std::to_string(WTERMSIG(r.wait_status));

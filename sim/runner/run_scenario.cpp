@@ -12,6 +12,7 @@
 
 #include "controllers.h"
 #include "core.h"
+#include "bus_extra.h"
 #include "runner/run.h"
 
 namespace sim {
@@ -39,6 +40,8 @@ struct Run {
   int exit_status = 0;
   bool executing = false;        // a directive runs: nested hooks return
   size_t regs_shown[2] = {0, 0}; // register writes of pan, tilt already shown
+  const RunWatch* watch = nullptr;  // invariants checked all the time, or none
+  std::string watch_failure;     // the first thing the watch found wrong
 };
 
 Run g_run;
@@ -113,7 +116,9 @@ std::string keep_sandbox() {
     std::string why = keep_sandbox();
     if (result.empty() && !why.empty()) result = g_run.scenario->path + ": " + why;
   }
-  write_all(g_run.report_fd, result.empty() ? "PASS" : "FAIL " + result);
+  std::string pass = "PASS";
+  if (g_run.watch) pass += " " + g_run.watch->summary();
+  write_all(g_run.report_fd, result.empty() ? pass : "FAIL " + result);
   _exit(0);
 }
 
@@ -243,6 +248,23 @@ void do_expect_range(const Directive& d) {
   if (writes == 0) fail(d, "the daemon has not written the key since the mark");
 }
 
+// The preset list on the bus as "ID NAME" lines; positions out of their
+// scales are reported in the line instead of the name.
+std::string preset_listing() {
+  std::string listing;
+  char key[kValueMax + 1], value[kValueMax + 1];
+  for (int i = 0; bus_list_name(kPresetList, i, key, sizeof key); ++i) {
+    if (!bus_read(key, value, sizeof value)) continue;
+    int id = -1, pan = -1, tilt = -1;
+    sscanf(value, "id:%d,pan:%d,tilt:%d", &id, &pan, &tilt);
+    const char* name = strstr(value, ",name:");
+    listing += std::to_string(id) + " ";
+    if (pan < 0 || pan > 65535 || tilt < 0 || tilt > 37681) listing += "BAD POSITION ";
+    listing += (name ? name + 6 : "") + std::string("\n");
+  }
+  return listing;
+}
+
 // Executes one directive; wait and await only set what to wait for.
 void execute(const Directive& d) {
   switch (d.op) {
@@ -273,6 +295,11 @@ void execute(const Directive& d) {
     case Op::ShowRegs: do_show_regs(d); break;
     case Op::ExpectLines: do_expect_lines(d); break;
     case Op::ExpectRange: do_expect_range(d); break;
+    case Op::ExpectPresets: {
+      std::string listing = preset_listing();
+      if (listing != d.text) fail(d, "the bus holds\n" + listing + "instead of\n" + d.text);
+      break;
+    }
   }
 }
 
@@ -313,11 +340,24 @@ void advance() {
   for (;;) sleep_ns(kWorldStepNs);
 }
 
-// Between virtual steps: the scenario's turn.
-void step_hook() { advance(); }
+// Ends the run when the watch has found something wrong.
+void check_watch() {
+  if (!g_run.watch || g_run.executing) return;
+  if (g_run.watch_failure.empty()) g_run.watch_failure = g_run.watch->on_step(now_ns());
+  if (!g_run.watch_failure.empty())
+    finish(g_run.scenario->path + ": at " + std::to_string(now_ns() / 1000000) + " ms: " + g_run.watch_failure);
+}
 
-// A new transcript line: an await that it satisfies resumes at once.
+// Between virtual steps: the invariants, then the scenario's turn.
+void step_hook() {
+  check_watch();
+  advance();
+}
+
+// A new transcript line: the watch sees it, and an await that it satisfies
+// resumes at once.
 void line_hook(const char* line) {
+  if (g_run.watch && g_run.watch_failure.empty()) g_run.watch_failure = g_run.watch->on_line(line);
   if (g_run.block == Block::Await && contains(line, g_run.blocker->text)) set_wake_ns(now_ns());
 }
 
@@ -355,6 +395,7 @@ void run_scenario(const Scenario& scenario, const RunOptions& options, DaemonMai
   g_run.scenario = &scenario;
   g_run.keep_dir = keep_dir;
   g_run.report_fd = report_fd;
+  g_run.watch = options.watch;
   g_run.mark = transcript_size();  // a forked child inherits its parent's lines
   std::string why = set_up(options, sandbox);
   if (!why.empty()) finish(scenario.path + ": " + why);

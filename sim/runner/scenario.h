@@ -24,6 +24,7 @@ enum class Op {
   ShowBus,       // key = prefix
   ShowFile,      // key = camera path
   ShowRegs,      // number: controller address
+  ExpectPresets, // text: the preset list as "ID NAME" lines (built by the soak)
 };
 
 struct Directive {

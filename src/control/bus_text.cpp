@@ -48,6 +48,10 @@ int32_t TruncToInt32(double value) {
   return (int32_t)value;
 }
 
+void CountTick(int32_t* counter) {
+  if (*counter < INT32_MAX) (*counter)++;
+}
+
 int32_t TextOnOff(const char* text) { return strcmp(text, "on") == 0 ? 1 : 0; }
 
 void BusRead(const char* key, char* buf) {

@@ -22,6 +22,9 @@ int ScanIntList(const char* text, char separator, int32_t* out, int count);
 inline int32_t Wrap32(int64_t value) { return (int32_t)(uint32_t)(uint64_t)value; }
 // Truncates towards zero into int32; NaN reads 0 and the rest saturates.
 int32_t TruncToInt32(double value);
+// One more tick on a counter that runs while the head rests; it stops at
+// INT32_MAX instead of overflowing, so years of uptime leave it there.
+void CountTick(int32_t* counter);
 // 1 if the text is exactly "on", else 0.
 int32_t TextOnOff(const char* text);
 // Zeroes buf (kBusValueSize bytes) and reads key into it.

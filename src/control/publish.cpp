@@ -23,7 +23,7 @@ static std::recursive_mutex gPositionMutex;
 static int32_t giLastStatusOwner = 0;
 static int32_t giLastStatusState = 0;
 static int32_t giPosDirty = 0;
-static int32_t giPosTick = 0;
+int32_t giPosTick = 0;
 static int32_t giDirLast = -1;
 static char gcPresetOsd[64] = "";
 
@@ -90,7 +90,7 @@ void UpdatePosition() {
     os_printf("Pos:P->%d T->%d Z->%d FL:%f\n", (int)giPanPos, (int)giTiltPos, (int)giLensZoom,
               focal);
   } else {
-    giPosTick++;
+    CountTick(&giPosTick);
   }
   SetDirectionOsd(giPanPos, giEastPos);
 }

@@ -10,6 +10,10 @@ enum StatusOwner : int32_t { kOwnerDirect = 0, kOwnerPatrol = 1, kOwnerPattern =
 enum StatusState : int32_t { kStateRest = 0, kStateSpeed = 1, kStateInit = 2,
                              kStateSpdDry = 3, kStatePosition = 4, kStateOisTest = 5 };
 
+// Updates since the position last went out; paces publication and runs on
+// while the head rests.
+extern int32_t giPosTick;
+
 // Publishes owner*10+state when the pair changed.
 void SetPtStatus(int32_t owner, int32_t state);
 // Reads the position from the driver and publishes it at its pace.

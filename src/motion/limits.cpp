@@ -67,7 +67,7 @@ static void LoadScanLimitSet(int32_t scan) {
 }
 
 void ApplyPanLimit(int32_t owner) {
-  pthread_mutex_lock(&gPanLimitMutex);
+  os_mutex_lock(&gPanLimitMutex);
   if (owner != giPanLimitOwner) {
     giPanLimitOwner = owner;
     if (owner == 0) {
@@ -78,7 +78,7 @@ void ApplyPanLimit(int32_t owner) {
       LoadScanLimitSet(owner);
     }
   }
-  pthread_mutex_unlock(&gPanLimitMutex);
+  os_mutex_unlock(&gPanLimitMutex);
 }
 
 void SetLimitHere(const char* name) {

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "control/bus_text.h"
 #include "control/control.h"
 #include "mechanism/motor_setup.h"
 #include "motion/limits.h"
@@ -117,7 +118,7 @@ static void AutoFlipIfAtLimit() {
   GetPanPos(&pan);
   GoPreset((pan + kHalfTurn) & 0xffff, -1, -1, -1, -1, 720);
   WaitPanStop();
-  giManualTilt = -giManualTilt;
+  giManualTilt = Wrap32(-(int64_t)giManualTilt);  // -INT32_MIN wraps, as on the camera
   giSentPan = 0;
 }
 

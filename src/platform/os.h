@@ -2,6 +2,8 @@
 // wrappers of libc; the simulated camera provides its own.
 #pragma once
 
+#include <pthread.h>
+
 #include <cstdio>
 #include <ctime>
 
@@ -15,6 +17,11 @@ unsigned int os_sleep(unsigned int sec);
 int os_clock_raw(struct timespec* ts);
 time_t os_time(void);
 struct tm* os_localtime(const time_t* t, struct tm* out);
+
+// The daemon's one mutex, as pthread_mutex_lock and unlock: the camera
+// knows while the daemon holds it.
+int os_mutex_lock(pthread_mutex_t* mutex);
+int os_mutex_unlock(pthread_mutex_t* mutex);
 
 // Shell lines, run as `system` would.
 int os_system(const char* line);

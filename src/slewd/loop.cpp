@@ -371,7 +371,7 @@ void LoopTick(LoopLocals* loop) {
     HealthPass(&loop->health);
   }
   loop->iHealthTick++;
-  loop->iIdleTick++;
+  CountTick(&loop->iIdleTick);
   UpdatePosition();
   os_usleep(10000);
   if (giPatrolReload == 1) {

@@ -1,0 +1,131 @@
+// The soak: the same seed gives the same transcript, and each invariant it
+// watches fails a run that breaks it.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+
+#include "core.h"
+#include "runner/soak.h"
+
+namespace {
+
+// Runs a short soak of seed with slewsim; its transcript ("" when it failed).
+std::string SoakTranscript(int seed, const std::string& out) {
+  std::string command = std::string(SLEWSIM_PATH) + " --soak " + std::to_string(seed) +
+                        " --hours 0.1 --transcript " + out + " > /dev/null";
+  EXPECT_EQ(std::system(command.c_str()), 0) << command;
+  std::ifstream in(out, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+TEST(Soak, SameSeedGivesTheSameTranscriptAndAnotherSeedAnother) {
+  std::string dir = std::filesystem::temp_directory_path() / ("soak_test." + std::to_string(getpid()));
+  std::filesystem::create_directories(dir);
+  std::string first = SoakTranscript(5, dir + "/1.txt");
+  EXPECT_GT(first.size(), 1000u);
+  EXPECT_EQ(first, SoakTranscript(5, dir + "/2.txt"));
+  EXPECT_NE(first, SoakTranscript(6, dir + "/3.txt"));
+  std::filesystem::remove_all(dir);
+}
+
+TEST(Soak, PlanHoldsCommandsSettingsFaultsAndPresetChecks) {
+  sim::SoakCounts counts;
+  sim::Scenario plan = sim::soak_plan(3, 1, &counts);
+  EXPECT_GT(counts.commands, 100);
+  EXPECT_GT(counts.settings, 20);
+  EXPECT_GT(counts.faults, 10);
+  EXPECT_EQ(counts.preset_checks, 7);  // every ten minutes and at the end
+  for (const sim::Directive& d : plan.steps) {
+    if (d.op == sim::Op::Bus) {
+      EXPECT_LE(d.text.size(), 127u) << d.source;  // a value the bus takes
+    }
+  }
+}
+
+// Probes of a daemon held in place by the test.
+int32_t g_tick = 0, g_run_mode = 0, g_new_mode = 0;
+int32_t Tick() { return g_tick; }
+int32_t RunMode() { return g_run_mode; }
+int32_t NewMode() { return g_new_mode; }
+
+class SoakWatch : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    sim::clock_init(sim::ClockMode::Virtual);
+    g_tick = g_run_mode = g_new_mode = 0;
+    watch_ = sim::soak_watch({Tick, RunMode, NewMode}, counts_);
+  }
+  // The watch between steps, at a virtual time in seconds.
+  std::string Step(double seconds) { return watch_->on_step(static_cast<int64_t>(seconds * 1e9)); }
+
+  sim::SoakCounts counts_;
+  const sim::RunWatch* watch_ = nullptr;
+};
+
+TEST_F(SoakWatch, PublishedValuesOutOfTheirRangesFail) {
+  for (const char* good : {"set ptz.status=44", "set ptz.pan_pos=65535", "set ptz.tilt_pos=0",
+                           "set ptz.angle.tilt=-27", "set ptz.mode_status=curise",
+                           "set system.cam1.osd.direction=South-East", "ext ptz.status=7"})
+    EXPECT_EQ(watch_->on_line(good), "") << good;
+  for (const char* bad : {"set ptz.status=7", "set ptz.status=-1", "set ptz.pan_pos=65536",
+                          "set ptz.tilt_pos=37682", "set ptz.angle.pan=-1",
+                          "set ptz.mode_status=idle", "set system.cam1.osd.direction=Up",
+                          "exit 0"})
+    EXPECT_NE(watch_->on_line(bad), "") << bad;
+}
+
+TEST_F(SoakWatch, ALoopThatStopsTickingFails) {
+  g_tick = 1;
+  EXPECT_EQ(Step(10), "");  // the first tick
+  g_tick = 2;
+  EXPECT_EQ(Step(10.01), "");
+  g_run_mode = 1;  // manual: its longest wait is an auto flip, 128 s or so
+  g_tick = 3;
+  EXPECT_EQ(Step(10.02), "");
+  EXPECT_EQ(Step(100), "");  // still in its bound, had a health pass run
+  g_tick = 4;
+  EXPECT_NE(Step(150), "");  // no health pass (the count went up): too long
+}
+
+TEST_F(SoakWatch, AStopWithoutAReturnToRestFails) {
+  g_tick = 1;
+  EXPECT_EQ(Step(1), "");
+  EXPECT_EQ(watch_->on_line("set ptz.status=1"), "");
+  EXPECT_EQ(watch_->on_line("ext ptz.run_mode=stop"), "");
+  g_run_mode = 1;
+  double t = 1;
+  std::string why;
+  for (int i = 0; i < 600 && why.empty(); i++) {
+    g_tick++;
+    why = Step(t += 1);
+  }
+  EXPECT_NE(why, "");  // still moving long after the stop
+}
+
+TEST_F(SoakWatch, AStopFollowedByRestPassesAndANewCommandLiftsTheCheck) {
+  g_tick = 1;
+  EXPECT_EQ(Step(1), "");
+  watch_->on_line("set ptz.status=1");
+  watch_->on_line("ext ptz.run_mode=stop");
+  watch_->on_line("set ptz.status=0");
+  g_tick = 2;
+  EXPECT_EQ(Step(1.01), "");
+  watch_->on_line("set ptz.status=1");
+  watch_->on_line("ext ptz.run_mode=stop");
+  watch_->on_line("ext ptz.run_mode=manual:10,0,0");  // may keep it moving
+  g_run_mode = 1;
+  double t = 2;
+  for (int i = 0; i < 600; i++) {
+    g_tick++;
+    EXPECT_EQ(Step(t += 1), "");
+  }
+}
+
+}  // namespace
