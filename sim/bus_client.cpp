@@ -131,23 +131,10 @@ struct Session {
   }
 };
 
-// True when line begins with word and a blank (or is the word alone).
-bool starts(const std::string& line, const char* word, std::string* rest) {
-  size_t n = strlen(word);
-  if (line.compare(0, n, word) != 0) return false;
-  if (line.size() == n) {
-    rest->clear();
-    return true;
-  }
-  if (line[n] != ' ') return false;
-  *rest = line.substr(n + 1);
-  return true;
-}
-
 // Reports a reply that is not what the request expects.
 int unexpected(FILE* err, const std::string& reply) {
   std::string why;
-  if (starts(reply, "error", &why)) {
+  if (proto_word(reply, "error", &why)) {
     fprintf(err, "slewctl: %s\n", display_escape(why).c_str());
     return kCtlRefused;
   }
@@ -168,20 +155,12 @@ std::string shown(const Options& o, const std::string& value) {
   return o.raw ? value : display_escape(value);
 }
 
-// Splits "KEY=WIRE" of list and watch into key and unescaped value.
-bool split_entry(const std::string& rest, std::string* key, std::string* value) {
-  size_t eq = rest.find('=');
-  if (eq == std::string::npos) return false;
-  *key = rest.substr(0, eq);
-  return proto_unescape(rest.substr(eq + 1), value);
-}
-
 // Reads `get KEY` on an open session: 0 with the value, else a status.
 int read_value(Session& s, const std::string& key, std::string* value) {
   std::string reply, rest;
   if (!s.ask("get " + key, &reply)) return s.failure;
   if (reply == "none") return kCtlNoValue;
-  if (!starts(reply, "value", &rest) || !proto_unescape(rest, value)) return unexpected(s.err, reply);
+  if (!proto_word(reply, "value", &rest) || !proto_unescape(rest, value)) return unexpected(s.err, reply);
   return kCtlOk;
 }
 
@@ -229,8 +208,8 @@ int run_list(const std::string& state, const Options& o, FILE* out, FILE* err) {
   std::string line, rest, key, value;
   std::string prefix = o.words.size() > 1 ? o.words[1] : "";
   if (!s.open(state) || !s.ask("list " + prefix, &line)) return s.failure;
-  while (starts(line, "entry", &rest)) {
-    if (!split_entry(rest, &key, &value)) return unexpected(err, line);
+  while (proto_word(line, "entry", &rest)) {
+    if (!proto_split_entry(rest, &key, &value)) return unexpected(err, line);
     fprintf(out, "%s=%s\n", key.c_str(), shown(o, value).c_str());
     if (!s.next(&line)) return s.failure;
   }
@@ -248,7 +227,7 @@ int open_watch(Session& s, const std::string& state, const std::string& prefix) 
 int next_change(Session& s, std::string* key, std::string* value) {
   std::string line, rest;
   if (!s.next(&line)) return s.failure;
-  if (!starts(line, "change", &rest) || !split_entry(rest, key, value)) {
+  if (!proto_word(line, "change", &rest) || !proto_split_entry(rest, key, value)) {
     return unexpected(s.err, line);
   }
   return kCtlOk;
@@ -261,7 +240,7 @@ std::map<std::string, std::string> current_values(const std::string& state, cons
   Session s(err, o.timeout);
   std::string line, rest, key, value;
   if (s.open(state) && s.ask("list " + prefix, &line)) {
-    while (starts(line, "entry", &rest) && split_entry(rest, &key, &value) && s.next(&line)) {
+    while (proto_word(line, "entry", &rest) && proto_split_entry(rest, &key, &value) && s.next(&line)) {
       values[key] = value;
     }
   }

@@ -142,4 +142,23 @@ bool state_folder(std::string* folder, std::string* error) {
 
 std::string socket_path(const std::string& folder) { return folder + "/bus.sock"; }
 
+bool proto_word(const std::string& line, const char* word, std::string* rest) {
+  size_t n = strlen(word);
+  if (line.compare(0, n, word) != 0) return false;
+  if (line.size() == n) {
+    rest->clear();
+    return true;
+  }
+  if (line[n] != ' ') return false;
+  *rest = line.substr(n + 1);
+  return true;
+}
+
+bool proto_split_entry(const std::string& entry, std::string* key, std::string* value) {
+  size_t eq = entry.find('=');
+  if (eq == std::string::npos) return false;
+  *key = entry.substr(0, eq);
+  return proto_unescape(std::string_view(entry).substr(eq + 1), value);
+}
+
 }  // namespace sim

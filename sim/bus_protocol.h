@@ -30,6 +30,12 @@ std::string display_escape(std::string_view text);
 // Reverses proto_escape; false on a malformed escape.
 bool proto_unescape(std::string_view wire, std::string* text);
 
+// True when line begins with word and a blank, or is the word alone; rest
+// gets what follows the blank.
+bool proto_word(const std::string& line, const char* word, std::string* rest);
+// Splits "KEY=TEXT" (TEXT escaped) into key and value; false when malformed.
+bool proto_split_entry(const std::string& entry, std::string* key, std::string* value);
+
 // Reads lines from a socket, one at a time.
 class LineReader {
  public:

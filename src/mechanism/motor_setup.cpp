@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "control/control.h"
 #include "mechanism/model_tables.h"
 #include "platform/camstate.h"
 #include "platform/gimbal.h"
@@ -53,6 +54,16 @@ static void WaitCalibration(int (*status)(), const char* line) {
     os_sleep(1);
     os_puts(line);
   }
+}
+
+void ApplyPanGains() {
+  if (giStaticP != giModelP || giStaticI != giModelI || giStaticD != giModelD) {
+    giStaticP = giModelP;
+    giStaticI = giModelI;
+    giStaticD = giModelD;
+    PanPIDsetup(giStaticP, giStaticI, giStaticD);
+  }
+  if (giPidP != 0 || giPidI != 0 || giPidD != 0) PanPIDsetup(giPidP, giPidI, giPidD);
 }
 
 void WaitMotorCalibration() {

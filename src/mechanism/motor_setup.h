@@ -12,6 +12,9 @@ extern int32_t giStaticI;
 extern int32_t giStaticD;
 extern int32_t giFlipWindow;  // half width of the auto flip window
 
+// Puts the model's pan gains in force when they differ, then the ptz.PID
+// override on top.
+void ApplyPanGains();
 // Writes the model's registers and hands the driver its tuning record.
 void InitMoterRegister();
 // Waits up to 20 s for each controller to calibrate, pan first.

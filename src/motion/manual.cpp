@@ -54,18 +54,6 @@ static int32_t StopForZeroSpeed(int32_t newMode) {
   return kModeIdle;
 }
 
-// The model's gains replace the static set when they differ; an override
-// from ptz.PID goes to the driver on top.
-static void ApplyPanGains() {
-  if (giStaticP != giModelP || giStaticI != giModelI || giStaticD != giModelD) {
-    giStaticP = giModelP;
-    giStaticI = giModelI;
-    giStaticD = giModelD;
-    PanPIDsetup(giStaticP, giStaticI, giStaticD);
-  }
-  if (giPidP != 0 || giPidI != 0 || giPidD != 0) PanPIDsetup(giPidP, giPidI, giPidD);
-}
-
 // Another mode is asked for: stop and go idle, keeping the request.
 static int32_t LeaveManual(int32_t newMode) {
   giAppliedPan = giAppliedTilt = giAppliedZoom = 0;

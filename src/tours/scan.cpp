@@ -77,17 +77,6 @@ void WaitTiltStop() {
   }
 }
 
-// Puts the model's pan gains back in force, then the ptz.PID override.
-static void RestoreScanGains() {
-  if (giStaticP != giModelP || giStaticI != giModelI || giStaticD != giModelD) {
-    giStaticP = giModelP;
-    giStaticI = giModelI;
-    giStaticD = giModelD;
-    PanPIDsetup(giStaticP, giStaticI, giStaticD);
-  }
-  if (giPidP != 0 || giPidI != 0 || giPidD != 0) PanPIDsetup(giPidP, giPidI, giPidD);
-}
-
 // Brings the head to the scan's tilt and zoom and sets pan going.
 static void StartScan(int32_t id) {
   if (GetPanStatus() != 0) {
@@ -153,7 +142,7 @@ int32_t RunScan(int32_t runMode, int32_t newMode) {
   int32_t result = runMode;
   int32_t target = giScanTarget;
   if (runMode != newMode || giScanLastId != target) {
-    RestoreScanGains();
+    ApplyPanGains();
     if (newMode == kModeScan) {
       StartScan(target);
       result = kModeScan;

@@ -23,32 +23,11 @@ struct FdCloser {
   }
 };
 
-// True when line begins with word and a blank (or is the word alone); rest gets the remainder.
-bool starts(const std::string& line, const char* word, std::string* rest) {
-  size_t n = strlen(word);
-  if (line.compare(0, n, word) != 0) return false;
-  if (line.size() == n) {
-    rest->clear();
-    return true;
-  }
-  if (line[n] != ' ') return false;
-  *rest = line.substr(n + 1);
-  return true;
-}
-
 // Turns a reply that is not the expected one into an error text and status.
 BusReply unexpected(const std::string& reply, std::string* error) {
-  if (starts(reply, "error", error)) return BusReply::kRefused;
+  if (sim::proto_word(reply, "error", error)) return BusReply::kRefused;
   *error = "unexpected reply from slewd: " + reply;
   return BusReply::kNoDaemon;
-}
-
-// Splits "KEY=TEXT" (TEXT escaped) into key and value.
-bool split_entry(const std::string& entry, std::string* key, std::string* value) {
-  size_t eq = entry.find('=');
-  if (eq == std::string::npos) return false;
-  *key = entry.substr(0, eq);
-  return sim::proto_unescape(std::string_view(entry).substr(eq + 1), value);
 }
 
 }  // namespace
@@ -79,7 +58,7 @@ BusReply BusLink::get(const std::string& key, std::string* value, std::string* e
     return BusReply::kNoDaemon;
   }
   if (reply == "none") return BusReply::kNoValue;
-  if (starts(reply, "value", &rest) && sim::proto_unescape(rest, value)) return BusReply::kOk;
+  if (sim::proto_word(reply, "value", &rest) && sim::proto_unescape(rest, value)) return BusReply::kOk;
   return unexpected(reply, error);
 }
 
@@ -108,7 +87,7 @@ BusReply BusLink::list(const std::string& prefix, std::map<std::string, std::str
   }
   while (reader.next(&line)) {
     if (line == "end") return BusReply::kOk;
-    if (!starts(line, "entry", &rest) || !split_entry(rest, &key, &value)) return unexpected(line, error);
+    if (!sim::proto_word(line, "entry", &rest) || !sim::proto_split_entry(rest, &key, &value)) return unexpected(line, error);
     (*out)[key] = value;
   }
   *error = "slewd went away";
@@ -122,7 +101,7 @@ void BusLink::follow(int fd, const std::function<void(const std::string&, const 
   if (!sim::proto_send(fd, "watch \n") || !reader.next(&line) || line != "ok") return;
   on_link(true);
   while (!stopping_ && reader.next(&line)) {
-    if (starts(line, "change", &rest) && split_entry(rest, &key, &value)) on_change(key, value);
+    if (sim::proto_word(line, "change", &rest) && sim::proto_split_entry(rest, &key, &value)) on_change(key, value);
   }
 }
 
