@@ -302,7 +302,9 @@ TEST_F(StuckWatchers, MemoryStaysBoundedAndEachCutOffWatcherIsTold) {
   close(writer);
   double rss = RssMiB(pid_);
   RecordProperty("rss_mib", std::to_string(rss));
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+  // Sanitizers and an emulator hold memory of their own: the bound is the
+  // native build's.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(SLEWD_EMULATED)
   EXPECT_LT(rss, 64.0) << "MiB resident with " << kWatchers << " stuck watchers";
 #endif
 

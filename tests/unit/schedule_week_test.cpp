@@ -2,6 +2,7 @@
 // a time (a whole week in one run is slow under the sanitizers): every
 // entry acts in the first second of its minute, and none acts twice.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -24,15 +25,16 @@ std::vector<double> LineTimes(const char* transcript, const char* text) {
 }
 
 TEST(ScheduleWeek, EveryEntryActsAtItsMinute) {
-  const char* scenario = "/tmp/schedule_week_test.scn";
-  const char* transcript = "/tmp/schedule_week_test.txt";
+  // Named by process, so that builds testing side by side never share them.
+  const std::string base = "/tmp/schedule_week_test." + std::to_string(getpid());
+  const std::string scenario = base + ".scn", transcript = base + ".txt";
   for (int day = 0; day < schedule_week::kDays; day++) {
     std::ofstream(scenario) << schedule_week::Scenario(true, day, 1);
     std::string command = std::string(SLEWSIM_PATH) + " --transcript " + transcript + " " +
                           scenario + " >/dev/null";
     ASSERT_EQ(system(command.c_str()), 0) << "day " << day;
-    std::vector<double> acted = LineTimes(transcript, " out iScheduleOldMode=");
-    std::vector<double> moved = LineTimes(transcript, " out @@@@@@@@@@2PRESET=");
+    std::vector<double> acted = LineTimes(transcript.c_str(), " out iScheduleOldMode=");
+    std::vector<double> moved = LineTimes(transcript.c_str(), " out @@@@@@@@@@2PRESET=");
     ASSERT_EQ(acted.size(), 4u) << "day " << day;
     ASSERT_EQ(moved.size(), 4u) << "day " << day;
     for (int entry = 0; entry < 4; entry++) {
@@ -42,8 +44,8 @@ TEST(ScheduleWeek, EveryEntryActsAtItsMinute) {
       EXPECT_LT(moved[entry], due + 1.0) << "day " << day << " entry " << entry;
     }
   }
-  remove(scenario);
-  remove(transcript);
+  remove(scenario.c_str());
+  remove(transcript.c_str());
 }
 
 }  // namespace

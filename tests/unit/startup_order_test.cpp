@@ -1,6 +1,7 @@
 // The start-up reads and bindings of the listeners, in their exact order,
 // as the verbose transcript of slewsim shows them.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,8 +13,9 @@ namespace {
 
 // Bus calls from the first binding to "in main loop", without their time.
 std::vector<std::string> StartupBusCalls() {
-  const char* scenario = "/tmp/startup_order_test.scn";
-  const char* transcript = "/tmp/startup_order_test.txt";
+  // Named by process, so that builds testing side by side never share them.
+  const std::string base = "/tmp/startup_order_test." + std::to_string(getpid());
+  const std::string scenario = base + ".scn", transcript = base + ".txt";
   std::ofstream(scenario) << "await out in loop 120\n";
   std::string command = std::string(SLEWSIM_PATH) + " -v --transcript " + transcript + " " +
                         scenario + " >/dev/null";
@@ -27,8 +29,8 @@ std::vector<std::string> StartupBusCalls() {
     if (text.rfind("call kvlink_listen(", 0) == 0) binding = true;
     if (binding && text.rfind("call kvlink_", 0) == 0) calls.push_back(text.substr(12));
   }
-  remove(scenario);
-  remove(transcript);
+  remove(scenario.c_str());
+  remove(transcript.c_str());
   return calls;
 }
 
