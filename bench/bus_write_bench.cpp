@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "core.h"
+#include "core/core.h"
 #include "reference_loop.h"
 #include "platform/kvlink.h"
 

@@ -14,7 +14,7 @@
 #include <string>
 
 #include "../tests/unit/srecord_text.h"
-#include "core.h"
+#include "core/core.h"
 #include "mechanism/firmware_update.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "bus_protocol.h"
+#include "bus/bus_protocol.h"
 #include "slewd_process.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <ctime>
 
 #include "control/listeners.h"
-#include "core.h"
+#include "core/core.h"
 #include "reference_loop.h"
 #include "slewd/loop.h"
 #include "slewd/startup.h"

@@ -12,7 +12,7 @@
 
 #include "control/control.h"
 #include "control/listeners.h"
-#include "core.h"
+#include "core/core.h"
 #include "motion/view_move.h"
 #include "slewd/loop.h"
 #include "slewd/startup.h"

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstdio>
 
-#include "core.h"
+#include "core/core.h"
 #include "reference_loop.h"
 #include "platform/gimbal.h"
 

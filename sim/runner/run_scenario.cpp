@@ -10,9 +10,9 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "controllers.h"
-#include "core.h"
-#include "bus_extra.h"
+#include "world/controllers.h"
+#include "core/core.h"
+#include "bus/bus_extra.h"
 #include "runner/run.h"
 
 namespace sim {

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <sstream>
 
-#include "controllers.h"
-#include "core.h"
+#include "world/controllers.h"
+#include "core/core.h"
 #include "runner/scenario.h"
 
 namespace sim {

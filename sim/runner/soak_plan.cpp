@@ -84,7 +84,7 @@ std::string limit_command(Random& r, PresetModel&) {
   return std::string("limit:") + r.pick(kSides);
 }
 std::string view_command(Random& r, PresetModel&) {
-  return "view:" + number(r, -1000, 1000) + "," + number(r, -1000, 1000);
+  return "view:" + number(r, 0, 10000) + "," + number(r, 0, 10000);
 }
 std::string track_run_command(Random& r, PresetModel&) { return "set_track_run:" + number(r, -1, 12); }
 std::string lock_command(Random& r, PresetModel&) {
@@ -117,6 +117,11 @@ std::string malformed_command(Random& r, PresetModel&) {
                                 "view:", "limit:", "track:", "patrol:", ""};
   return (r.pick(kVerbs) + garbage(r)).substr(0, 127);
 }
+
+// What a stored pattern file may hold: commands a playback hands back to the
+// daemon, none of which stores a preset (the model would not see it).
+const CommandMaker kPatternLines[] = {manual_command, go_preset_command, abs_command, angle_command,
+                                      relative_command, stop_command, view_command, malformed_command};
 
 struct CommandRow {
   int weight;
@@ -160,6 +165,28 @@ std::string list_value(Random& r) {
   for (int i = r.between(0, 6); i > 0; --i) list += number(r, 0, 12) + ",";
   return r.below(6) == 0 ? garbage(r) : list;
 }
+std::string number_value(Random& r) { return number(r, 0, 12); }
+std::string minutes_value(Random& r) { return number(r, 0, 10); }
+std::string view_value(Random& r) { return number(r, 0, 10000) + "," + number(r, 0, 10000); }
+// Recording starts and stops, and names of no pattern.
+std::string pattern_action_value(Random& r) {
+  const char* const kValues[] = {"stop", "stop", "rec", "rec0", "rec6", "rec-1", "stop "};
+  if (r.below(3) == 0) return r.pick(kValues);
+  return "rec" + std::to_string(r.between(1, 5));
+}
+// A day of the schedule: up to five entries, some malformed.
+std::string schedule_day_value(Random& r) {
+  const char* const kActions[] = {"patrol:1", "go_preset:1", "go_preset:7", "scan:1",
+                                  "pattern:1", "abs:1000,5000,0", "stop", "jump"};
+  if (r.below(8) == 0) return garbage(r);
+  std::string day;
+  for (int i = r.between(0, 5); i > 0; --i) {
+    int start = r.between(0, 23) * 100 + r.between(0, 59);
+    day += std::string(r.pick(kActions)) + "," + std::to_string(start) + "," +
+           (r.below(5) ? std::to_string(start + r.between(0, 300)) : number(r, 0, 2359)) + ";";
+  }
+  return day.substr(0, 127);
+}
 std::string pid_value(Random& r) {
   return number(r, 0, 500) + "," + number(r, 0, 500) + "," + number(r, 0, 500);
 }
@@ -179,6 +206,13 @@ const SettingRow kSettings[] = {
     {"ptz.scan.scan1.speed", speed_value},       {"ptz.scan.scan1.dir", on_off},
     {"ptz.patrol.set01", list_value},            {"ptz.patrol.time01", list_value},
     {"ptz.patrol.speed01", list_value},          {"ptz.PID", pid_value},
+    {"ptz.pattern.action", pattern_action_value}, {"ptz.pattern.action", pattern_action_value},
+    {"ptz.preset.view_move", view_value},        {"ptz.preset.track_enable", on_off},
+    {"ptz.preset.track_id", number_value},       {"ptz.schedule.enable", on_off},
+    {"ptz.schedule.recover_time", minutes_value}, {"ptz.schedule.mon", schedule_day_value},
+    {"ptz.schedule.tue", schedule_day_value},    {"ptz.schedule.wed", schedule_day_value},
+    {"ptz.schedule.thu", schedule_day_value},    {"ptz.schedule.fri", schedule_day_value},
+    {"ptz.schedule.sat", schedule_day_value},    {"ptz.schedule.sun", schedule_day_value},
 };
 
 // A fault of the camera: the knob writes that break it and those that heal.
@@ -205,6 +239,11 @@ const char* const kPanLocked[] = {"sim.pan.prog_state", "1", "sim.pan.asleep", "
 const char* const kPanUnlocked[] = {"sim.pan.prog_state", "0", nullptr};
 const char* const kPanByHand[] = {"sim.pan.pos", "40000", nullptr};
 const char* const kTiltByHand[] = {"sim.tilt.pos", "30000", nullptr};
+const char* const kLensBusy[] = {"sim.lens.busy", "1", nullptr};
+const char* const kLensSettles[] = {"sim.lens.busy", "0", nullptr};
+const char* const kTrackerCrash[] = {"sim.tracker.crash", "1", nullptr};
+const char* const kPersonInView[] = {"sim.person", "30000,12000", nullptr};
+const char* const kNobody[] = {"sim.person", "", nullptr};
 const char* const kNothing[] = {nullptr};
 
 // Every fault the running camera can meet.
@@ -218,6 +257,9 @@ const FaultRow kFaults[] = {
     {"pan controller programming", kPanLocked, kPanUnlocked},
     {"pan turned by hand", kPanByHand, kNothing},
     {"tilt turned by hand", kTiltByHand, kNothing},
+    {"lens never settles", kLensBusy, kLensSettles},
+    {"tracker crash", kTrackerCrash, kNothing},
+    {"a person walks through", kPersonInView, kNobody},
 };
 
 // Waits between actions, in seconds: mostly short, sometimes long.
@@ -304,8 +346,9 @@ class Planner {
   void action() {
     int roll = random_.below(100);
     if (roll < 70) command();
-    else if (roll < 90) setting();
-    else fault();
+    else if (roll < 89) setting();
+    else if (roll < 98) fault();
+    else bad_pattern_file();
   }
 
   void command() {
@@ -333,6 +376,29 @@ class Planner {
     ++counts_->faults;
     wait(random_.pick(kWaits));
     for (const char* const* kv = row.heals; *kv; kv += 2) add_bus(kv[0], kv[1]);
+  }
+
+  // A stored pattern written behind the daemon's back, then played: a start
+  // line and pairs of delay and command, any of them malformed.
+  void bad_pattern_file() {
+    std::string id = std::to_string(random_.between(1, 5));
+    Directive d{};
+    d.op = Op::File;
+    d.line = static_cast<int>(steps_.size()) + 1;
+    d.key = "/mnt/nand/pattern" + id + ".path";
+    d.source = "file " + d.key;
+    PresetModel untouched;
+    d.lines.push_back(random_.below(4) == 0 ? garbage(random_)
+                                           : number(random_, 0, 65535) + "," + number(random_, 0, 37681) +
+                                                 "," + number(random_, 0, 16384));
+    for (int i = random_.between(0, 8); i > 0; --i) {
+      d.lines.push_back(number(random_, 0, 5000));
+      d.lines.push_back(random_.pick(kPatternLines)(random_, untouched));
+    }
+    steps_.push_back(std::move(d));
+    ++counts_->faults;
+    add_bus("ptz.run_mode", "pattern:" + id);
+    ++counts_->commands;
   }
 
   void heal_all() {

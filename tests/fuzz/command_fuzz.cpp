@@ -13,7 +13,7 @@
 #include "control/control.h"
 #include "control/listeners.h"
 #include "control/run_mode.h"
-#include "core.h"
+#include "core/core.h"
 #include "motion/limits.h"
 #include "motion/view_move.h"
 #include "platform/exports.h"

@@ -9,7 +9,7 @@
 
 #include "control/control.h"
 #include "control/listeners.h"
-#include "core.h"
+#include "core/core.h"
 #include "motion/limits.h"
 #include "slewd/startup.h"
 #include "tours/presets.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <unistd.h>
 
-#include "bus_protocol.h"
+#include "bus/bus_protocol.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) { return 0; }
 

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core.h"
+#include "core/core.h"
 #include "mechanism/firmware_update.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {

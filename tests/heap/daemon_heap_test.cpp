@@ -12,7 +12,7 @@
 #include <string>
 
 #include "control/control.h"
-#include "core.h"
+#include "core/core.h"
 #include "slewd/slewd.h"
 #include "slewd/startup.h"
 

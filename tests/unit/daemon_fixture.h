@@ -8,7 +8,7 @@
 
 #include <cstring>
 
-#include "core.h"
+#include "core/core.h"
 #include "slewd/startup.h"
 #include "tours/presets.h"
 

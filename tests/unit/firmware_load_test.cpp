@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core.h"
+#include "core/core.h"
 #include "mechanism/firmware_update.h"
 #include "srecord_text.h"
 

@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "core.h"
-#include "knobs.h"
+#include "core/core.h"
+#include "world/knobs.h"
 #include "mechanism/firmware_update.h"
 #include "platform/gimbal.h"
 #include "srecord_text.h"
-#include "world.h"
+#include "world/world.h"
 
 namespace {
 

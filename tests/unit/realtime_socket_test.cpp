@@ -20,13 +20,13 @@
 #include <thread>
 #include <vector>
 
-#include "bus_client.h"
-#include "bus_extra.h"
-#include "bus_protocol.h"
-#include "core.h"
+#include "bus/bus_client.h"
+#include "bus/bus_extra.h"
+#include "bus/bus_protocol.h"
+#include "core/core.h"
 #include "platform/camstate.h"
 #include "platform/kvlink.h"
-#include "realtime.h"
+#include "realtime/realtime.h"
 
 namespace {
 

@@ -11,10 +11,10 @@
 #include <string>
 #include <thread>
 
-#include "core.h"
+#include "core/core.h"
 #include "platform/gimbal.h"
-#include "realtime.h"
-#include "world.h"
+#include "realtime/realtime.h"
+#include "world/world.h"
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include <thread>
 #include <vector>
 
-#include "bus_extra.h"
-#include "core.h"
+#include "bus/bus_extra.h"
+#include "core/core.h"
 #include "platform/kvlink.h"
 
 namespace {

@@ -10,10 +10,10 @@
 #include <utility>
 #include <vector>
 
-#include "core.h"
+#include "core/core.h"
 #include "platform/camstate.h"
 #include "platform/gimbal.h"
-#include "world.h"
+#include "world/world.h"
 
 namespace {
 

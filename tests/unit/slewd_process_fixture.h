@@ -21,9 +21,9 @@
 #include <utility>
 #include <vector>
 
-#include "bus_client.h"
-#include "bus_protocol.h"
-#include "core.h"
+#include "bus/bus_client.h"
+#include "bus/bus_protocol.h"
+#include "core/core.h"
 
 class SlewdProcess : public ::testing::Test {
  protected:

@@ -9,7 +9,7 @@
 #include <string>
 #include <unistd.h>
 
-#include "core.h"
+#include "core/core.h"
 #include "runner/soak.h"
 
 namespace {

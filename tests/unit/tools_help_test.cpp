@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "bus_client.h"
+#include "bus/bus_client.h"
 
 namespace {
 

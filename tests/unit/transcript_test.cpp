@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core.h"
+#include "core/core.h"
 #include "platform/os.h"
 
 namespace {

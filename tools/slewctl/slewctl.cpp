@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <string>
 
-#include "bus_client.h"
-#include "bus_protocol.h"
+#include "bus/bus_client.h"
+#include "bus/bus_protocol.h"
 
 int main(int argc, char** argv) {
   std::string state, error;

@@ -1,4 +1,4 @@
-// Requests to slewd's bus socket in the line protocol of sim/bus_protocol.h.
+// Requests to slewd's bus socket in the line protocol of sim/bus/bus_protocol.h.
 #include "bus_link.h"
 
 #include <sys/socket.h>
@@ -10,7 +10,7 @@
 #include <cstring>
 #include <thread>
 
-#include "bus_protocol.h"
+#include "bus/bus_protocol.h"
 
 namespace slewweb {
 namespace {

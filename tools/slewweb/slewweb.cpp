@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "bus_link.h"
-#include "bus_protocol.h"
+#include "bus/bus_protocol.h"
 #include "event_hub.h"
 #include "request_guard.h"
 #include "web_server.h"
