@@ -420,6 +420,9 @@ void bus_group_commits(bool on) {
 }
 
 void bus_stretch_end() {
+  // A thread that wrote nothing since its last stretch is in no transaction:
+  // the one that opened it commits it. Most sleeps end here, without the lock.
+  if (t_dirty_in == 0) return;
   Lock lock(big_lock());
   BusState& b = bus();
   if (t_dirty_in == b.session) --b.dirty_threads;
