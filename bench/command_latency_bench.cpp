@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "bus/bus_protocol.h"
 #include "slewd_process.h"
 
 namespace {
@@ -84,12 +85,8 @@ bool AwaitTranscript(Transcript& t, const char* text) {
 
 // Connects to the bus socket of the state folder; -1 on failure.
 int ConnectBus(const std::string& folder) {
-  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  snprintf(addr.sun_path, sizeof addr.sun_path, "%s/bus.sock", folder.c_str());
-  if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) return -1;
-  return fd;
+  std::string why;
+  return sim::connect_socket(sim::socket_path(folder), 0, &why);
 }
 
 // Sends one set request on the persistent connection and reads its `ok`.

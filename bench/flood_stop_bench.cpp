@@ -24,18 +24,8 @@ std::string g_folder;
 
 // A connection to slewd's socket with a 10 s receive bound; -1 on failure.
 int Connect() {
-  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::string path = sim::socket_path(g_folder);
-  memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  timeval bound{10, 0};
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof bound);
-  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-    close(fd);
-    return -1;
-  }
-  return fd;
+  std::string why;
+  return sim::connect_socket(sim::socket_path(g_folder), 10, &why);
 }
 
 // One request on an open connection; its first reply line ("" on failure).

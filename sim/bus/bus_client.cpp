@@ -87,20 +87,12 @@ struct Session {
 
   // Connects to the socket of the state folder; false after an error line.
   bool open(const std::string& state) {
-    std::string path = socket_path(state);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-      fprintf(err, "slewctl: socket path too long: %s\n", path.c_str());
-      return false;
-    }
-    memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0) set_socket_timeout(fd, timeout);
-    if (fd < 0 || connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    std::string why;
+    fd = connect_socket(socket_path(state), timeout, &why);
+    if (fd < 0) {
       if (errno == EAGAIN || errno == EINPROGRESS) return timed_out();
-      fprintf(err, "slewctl: no slewd running on %s (%s: %s)\n", state.c_str(), path.c_str(),
-              strerror(errno));
+      if (errno == ENAMETOOLONG) fprintf(err, "slewctl: %s\n", why.c_str());
+      else fprintf(err, "slewctl: no slewd running on %s (%s)\n", state.c_str(), why.c_str());
       return false;
     }
     reader.emplace(fd);

@@ -2,6 +2,7 @@
 #include "bus/bus_protocol.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -159,6 +160,39 @@ bool proto_split_entry(const std::string& entry, std::string* key, std::string* 
   if (eq == std::string::npos) return false;
   *key = entry.substr(0, eq);
   return proto_unescape(std::string_view(entry).substr(eq + 1), value);
+}
+
+bool socket_address(const std::string& path, sockaddr_un* address, std::string* error) {
+  *address = sockaddr_un{};
+  address->sun_family = AF_UNIX;
+  if (path.size() >= sizeof address->sun_path) {
+    *error = "socket path too long: " + path;
+    return false;
+  }
+  memcpy(address->sun_path, path.c_str(), path.size() + 1);
+  return true;
+}
+
+int connect_socket(const std::string& path, double limit_s, std::string* error) {
+  sockaddr_un address;
+  if (!socket_address(path, &address, error)) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd >= 0 && limit_s > 0) {
+    timeval limit{};
+    limit.tv_sec = static_cast<time_t>(limit_s);
+    limit.tv_usec = static_cast<suseconds_t>((limit_s - static_cast<double>(limit.tv_sec)) * 1e6);
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  }
+  if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return fd;
+  int cause = errno;
+  *error = path + ": " + strerror(cause);
+  if (fd >= 0) close(fd);
+  errno = cause;
+  return -1;
 }
 
 }  // namespace sim

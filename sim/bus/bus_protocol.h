@@ -13,6 +13,8 @@
 // characters" and the connection closed.
 #pragma once
 
+#include <sys/un.h>
+
 #include <string>
 #include <string_view>
 
@@ -62,5 +64,12 @@ bool proto_send(int fd, std::string_view text);
 bool state_folder(std::string* folder, std::string* error);
 // The bus socket inside a state folder.
 std::string socket_path(const std::string& folder);
+// The address of a socket file; false with a one-line reason when the path
+// does not fit.
+bool socket_address(const std::string& path, sockaddr_un* address, std::string* error);
+// A stream socket connected to the socket file, with receive and send bounds
+// of limit_s seconds (0: none); -1 with a one-line reason and errno
+// (ENAMETOOLONG for a path that does not fit).
+int connect_socket(const std::string& path, double limit_s, std::string* error);
 
 }  // namespace sim

@@ -378,13 +378,8 @@ void accept_loop() {
 
 // Creates, binds and listens on the socket file; -1 with *error.
 int listen_on(const std::string& path, std::string* error) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) {
-    *error = "socket path too long: " + path;
-    return -1;
-  }
-  memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  sockaddr_un address;
+  if (!socket_address(path, &address, error)) return -1;
   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) {
     *error = std::string("cannot make a socket: ") + strerror(errno);

@@ -27,6 +27,7 @@
 #include "platform/camstate.h"
 #include "platform/kvlink.h"
 #include "realtime/realtime.h"
+#include "realtime_fixture.h"
 
 namespace {
 
@@ -43,57 +44,24 @@ void OnRunMode(char* key, char* value) {
   g_changed.notify_all();
 }
 
-class Realtime : public ::testing::Test {
+class Realtime : public RealtimeCamera {
  protected:
   void SetUp() override {
-    std::string pattern = (getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp") + std::string("/rtXXXXXX");
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    state_ = pattern;
-    std::string error;
-    ASSERT_EQ(sim::realtime_start(state_, &error), 0) << error;
+    RealtimeCamera::SetUp();
     std::lock_guard<std::mutex> guard(g_mutex);
     g_heard.clear();
   }
-  void TearDown() override {
-    sim::realtime_stop();
-    sim::clock_init(sim::ClockMode::Virtual);
-    sim::bus_open(":memory:");
-    std::string cleanup = "rm -rf '" + state_ + "'";
-    EXPECT_EQ(system(cleanup.c_str()), 0);
-  }
-
-  // Runs slewctl with the words given; returns its status, out and err.
   int Ctl(std::vector<std::string> words, std::string* out = nullptr, std::string* err = nullptr) {
-    std::vector<char*> argv{const_cast<char*>("slewctl")};
-    for (std::string& w : words) argv.push_back(w.data());
-    char* out_text = nullptr;
-    char* err_text = nullptr;
-    size_t out_len = 0, err_len = 0;
-    FILE* out_file = open_memstream(&out_text, &out_len);
-    FILE* err_file = open_memstream(&err_text, &err_len);
-    int status = sim::slewctl_run(state_, static_cast<int>(argv.size()), argv.data(), out_file,
-                                  err_file);
-    fclose(out_file);
-    fclose(err_file);
-    if (out) *out = out_text;
-    if (err) *err = err_text;
-    free(out_text);
-    free(err_text);
-    return status;
+    return RunSlewctl(state_, std::move(words), out, err);
   }
 
   // Opens a raw protocol connection to the socket.
   int Connect() {
-    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::string path = sim::socket_path(state_);
-    memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    std::string why;
+    int fd = sim::connect_socket(sim::socket_path(state_), 0, &why);
+    EXPECT_GE(fd, 0) << why;
     return fd;
   }
-
-  std::string state_;
 };
 
 TEST_F(Realtime, OneCameraPerStateFolder) {

@@ -14,30 +14,20 @@
 #include "core/core.h"
 #include "platform/gimbal.h"
 #include "realtime/realtime.h"
+#include "realtime_fixture.h"
 #include "world/world.h"
 
 namespace {
 
-class RealtimeWorld : public ::testing::Test {
+class RealtimeWorld : public RealtimeCamera {
  protected:
   void SetUp() override {
-    std::string pattern = (getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp") + std::string("/rtwXXXXXX");
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    state_ = pattern;
-    std::string error;
-    ASSERT_EQ(sim::realtime_start(state_, &error), 0) << error;
+    RealtimeCamera::SetUp();
     // Calibration off, so that the head moves at once.
     sim::bus_write(sim::Origin::External, "sim.pan.cali_s", "0");
     sim::bus_write(sim::Origin::External, "sim.tilt.cali_s", "0");
     PanReset();
     TiltReset();
-  }
-  void TearDown() override {
-    sim::realtime_stop();
-    sim::clock_init(sim::ClockMode::Virtual);
-    sim::bus_open(":memory:");
-    std::string cleanup = "rm -rf '" + state_ + "'";
-    EXPECT_EQ(system(cleanup.c_str()), 0);
   }
   // Waits until the world thread sleeps with nothing due; false after 10 s.
   static bool AwaitThreadIdle() {
@@ -47,9 +37,6 @@ class RealtimeWorld : public ::testing::Test {
     }
     return false;
   }
-
- private:
-  std::string state_;
 };
 
 TEST_F(RealtimeWorld, ACallSeesTheHeadWhereItIsAtThatMoment) {

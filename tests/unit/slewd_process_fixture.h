@@ -24,6 +24,7 @@
 #include "bus/bus_client.h"
 #include "bus/bus_protocol.h"
 #include "core/core.h"
+#include "realtime_fixture.h"
 
 class SlewdProcess : public ::testing::Test {
  protected:
@@ -89,38 +90,13 @@ class SlewdProcess : public ::testing::Test {
   }
   // Runs slewctl with the words given; returns its status, out and err.
   int Ctl(std::vector<std::string> words, std::string* out = nullptr, std::string* err = nullptr) {
-    std::vector<char*> argv{const_cast<char*>("slewctl")};
-    for (std::string& w : words) argv.push_back(w.data());
-    char* out_text = nullptr;
-    char* err_text = nullptr;
-    size_t out_len = 0, err_len = 0;
-    FILE* out_file = open_memstream(&out_text, &out_len);
-    FILE* err_file = open_memstream(&err_text, &err_len);
-    int status = sim::slewctl_run(state_, static_cast<int>(argv.size()), argv.data(), out_file,
-                                  err_file);
-    fclose(out_file);
-    fclose(err_file);
-    if (out) *out = out_text;
-    if (err) *err = err_text;
-    free(out_text);
-    free(err_text);
-    return status;
+    return RunSlewctl(state_, std::move(words), out, err);
   }
   int Set(const char* key, const char* value) { return Ctl({"set", key, value}); }
   // A raw protocol connection with a 10 s receive timeout; -1 on failure.
   int Connect() const {
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::string path = sim::socket_path(state_);
-    memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    timeval bound{10, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof bound);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-      close(fd);
-      return -1;
-    }
-    return fd;
+    std::string why;
+    return sim::connect_socket(sim::socket_path(state_), 10, &why);
   }
   // Sends request on a fresh connection and returns the first reply line
   // ("" when none came).

@@ -33,19 +33,10 @@ BusReply unexpected(const std::string& reply, std::string* error) {
 }  // namespace
 
 int BusLink::connect_socket(std::string* error) const {
-  std::string path = sim::socket_path(state_);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) {
-    *error = "socket path too long: " + path;
-    return -1;
-  }
-  memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return fd;
-  *error = "no slewd running on " + state_ + " (" + strerror(errno) + ")";
-  if (fd >= 0) close(fd);
-  return -1;
+  std::string why;
+  int fd = sim::connect_socket(sim::socket_path(state_), 0, &why);
+  if (fd < 0) *error = errno == ENAMETOOLONG ? why : "no slewd running on " + state_ + " (" + why + ")";
+  return fd;
 }
 
 BusReply BusLink::get(const std::string& key, std::string* value, std::string* error) const {
