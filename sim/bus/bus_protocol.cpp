@@ -26,20 +26,23 @@ bool bus_key_valid(const char* key) {
   return true;
 }
 
+namespace {
+
+// The escapes of the wire: backslash, line feed, carriage return. False for
+// any other character.
+bool wire_escape(char c, std::string& out) {
+  const char* escaped = c == '\\' ? "\\\\" : c == '\n' ? "\\n" : c == '\r' ? "\\r" : nullptr;
+  if (escaped) out += escaped;
+  return escaped != nullptr;
+}
+
+}  // namespace
+
 std::string proto_escape(std::string_view text) {
   std::string out;
   out.reserve(text.size());
-  for (char c : text) {
-    if (c == '\\') {
-      out += "\\\\";
-    } else if (c == '\n') {
-      out += "\\n";
-    } else if (c == '\r') {
-      out += "\\r";
-    } else {
-      out += c;
-    }
-  }
+  for (char c : text)
+    if (!wire_escape(c, out)) out += c;
   return out;
 }
 
@@ -51,12 +54,8 @@ std::string display_escape(std::string_view text) {
     unsigned char c = static_cast<unsigned char>(text[i]);
     bool c1 = c == 0xc2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
               static_cast<unsigned char>(text[i + 1]) <= 0x9f;
-    if (c == '\\') {
-      out += "\\\\";
-    } else if (c == '\n') {
-      out += "\\n";
-    } else if (c == '\r') {
-      out += "\\r";
+    if (wire_escape(text[i], out)) {
+      continue;
     } else if (c == '\t') {
       out += "\\t";
     } else if (c == 0x1b) {
