@@ -521,11 +521,10 @@ int bus_restore_default(const char* key) {
   return -1;
 }
 
-bool bus_wait_pending(int64_t timeout_ns, const std::atomic<bool>& quit) {
+bool bus_wait_pending(const std::atomic<bool>& quit) {
   Lock lock(big_lock());
   BusState& b = bus();
-  b.queued.wait_for(lock, std::chrono::nanoseconds(timeout_ns),
-                    [&] { return !b.pending.empty() || quit.load(); });
+  b.queued.wait(lock, [&] { return !b.pending.empty() || quit.load(); });
   return !b.pending.empty();
 }
 

@@ -42,9 +42,10 @@ void bus_group_commits(bool on);
 // been delivered. Commits once no daemon thread is inside a stretch.
 void bus_stretch_end();
 
-// Blocks until a notification is queued, quit is set, or timeout_ns passed.
+// Blocks until a notification is queued or quit is set (bus_wake_waiters
+// after setting it).
 // True when something is queued. Call without holding big_lock.
-bool bus_wait_pending(int64_t timeout_ns, const std::atomic<bool>& quit);
+bool bus_wait_pending(const std::atomic<bool>& quit);
 // Wakes every bus_wait_pending (after setting its quit flag).
 void bus_wake_waiters();
 

@@ -25,9 +25,6 @@
 namespace sim {
 namespace {
 
-// Longest wait of the bus thread before it looks at its quit flag again.
-constexpr int64_t kBusWaitNs = 1000LL * 1000000LL;
-
 struct Realtime {
   bool running = false;            // between start and stop (main thread only)
   std::atomic<bool> quit{false};   // asks the threads to end
@@ -45,11 +42,12 @@ Realtime& rt() {
 // Moves the world whenever it has something to do, until quit.
 void world_loop() { world_thread_run(rt().quit); }
 
-// Delivers queued notifications as they come.
+// Delivers queued notifications as they come; sleeps for good in between
+// (realtime_stop sets quit, then wakes it).
 void bus_loop() {
   Realtime& r = rt();
   while (!r.quit) {
-    if (bus_wait_pending(kBusWaitNs, r.quit)) bus_deliver_pending();
+    if (bus_wait_pending(r.quit)) bus_deliver_pending();
   }
 }
 
