@@ -105,7 +105,9 @@ void set_verbose(bool verbose);
 // Whether lines are kept in memory in virtual mode (the default); long
 // fuzzing and benchmark runs turn it off.
 void transcript_keep(bool keep);
-bool verbose();
+// Whether getter calls are traced (set_verbose); read by every getter.
+extern std::atomic<bool> g_verbose;
+inline bool verbose() { return g_verbose.load(std::memory_order_relaxed); }
 // Adds one line "TIME KIND TEXT". Safe from any thread.
 void trace(Kind kind, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 // A vendor call: `call` line; getters appear only when verbose.

@@ -54,7 +54,6 @@ Transcript& transcript() {
   return t;
 }
 
-std::atomic<bool> g_verbose{false};
 std::atomic<bool> g_keep{true};
 std::atomic<LineHook> g_line_hook{nullptr};
 
@@ -193,11 +192,12 @@ void transcript_rotate_at(size_t bytes) {
   t.rotate_at = bytes;
 }
 
+std::atomic<bool> g_verbose{false};
+
 void set_verbose(bool verbose) { g_verbose.store(verbose); }
 
 void transcript_keep(bool keep) { g_keep.store(keep); }
 
-bool verbose() { return g_verbose.load(); }
 
 void trace(Kind kind, const char* fmt, ...) {
   va_list args;

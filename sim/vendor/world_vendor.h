@@ -41,13 +41,13 @@ inline Call look() { return Call(false); }
 // it as Name(v). -1 without a pointer.
 inline int deliver(const char* name, int* out, int v) {
   if (out) *out = v;
-  trace_call(true, "%s(%d)", name, v);
+  if (verbose()) trace_call(true, "%s(%d)", name, v);
   return out ? 0 : -1;
 }
 
 // A getter that returns its value, traced as Name()=v.
 inline int report(const char* name, int v) {
-  trace_call(true, "%s()=%d", name, v);
+  if (verbose()) trace_call(true, "%s()=%d", name, v);
   return v;
 }
 

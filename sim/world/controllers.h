@@ -77,6 +77,11 @@ struct Controllers {
   bool i2c_open = false;
 };
 
+// True while a controller restarts (the world must keep stepping).
+inline bool firmware_active(const Controllers& c) {
+  return update_restarting(c.pan.fw) || update_restarting(c.tilt.fw);
+}
+
 // The device at addr on the controllers' bus, or nullptr.
 I2cDevice* i2c_device(Controllers& c, int addr);
 // Register write as Pan_SendI2C_Advanced puts it on the wire; -1 for a bad

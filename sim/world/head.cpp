@@ -111,12 +111,6 @@ void axis_set_asleep(Axis& axis, bool asleep) {
   axis.asleep = asleep;
 }
 
-bool axis_moving(const Axis& axis) { return axis.motion != Motion::Stopped; }
-
-bool axis_calibrating(const Axis& axis) { return axis.cali_left_ns > 0; }
-
-bool axis_active(const Axis& axis) { return axis_moving(axis) || axis_calibrating(axis); }
-
 void axis_step(Axis& axis, int64_t dt_ns) {
   if (axis.cali_left_ns > 0) axis.cali_left_ns = std::max<int64_t>(axis.cali_left_ns - dt_ns, 0);
   if (!axis_moving(axis)) return;

@@ -67,10 +67,10 @@ void axis_enable_limits(Axis& axis, bool enabled);
 int axis_reset(Axis& axis);
 void axis_set_asleep(Axis& axis, bool asleep);
 
-bool axis_moving(const Axis& axis);
-bool axis_calibrating(const Axis& axis);
+inline bool axis_moving(const Axis& axis) { return axis.motion != Motion::Stopped; }
+inline bool axis_calibrating(const Axis& axis) { return axis.cali_left_ns > 0; }
 // True when a step can change anything (moving or calibrating).
-bool axis_active(const Axis& axis);
+inline bool axis_active(const Axis& axis) { return axis_moving(axis) || axis_calibrating(axis); }
 // Advances the axis by dt_ns (at most one world step).
 void axis_step(Axis& axis, int64_t dt_ns);
 // Nanoseconds until the axis changes by itself (arrives, stops at a bound or

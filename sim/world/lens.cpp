@@ -89,11 +89,6 @@ void lens_step(Lens& lens, int64_t dt_ns, int64_t now_ns) {
   publish(lens.focus, now_ns);
 }
 
-bool lens_active(const Lens& lens) {
-  auto busy = [](const LensAxis& a) { return a.pos != a.target || a.pos != a.published; };
-  return lens.search_left_ns > 0 || busy(lens.zoom) || busy(lens.focus);
-}
-
 namespace {
 
 // Nanoseconds until one motor arrives or its next publication falls due. A

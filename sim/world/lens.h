@@ -46,7 +46,10 @@ void lens_command(Lens& lens, const char* key, const char* value);
 // Advances the motors by dt_ns and publishes changed positions.
 void lens_step(Lens& lens, int64_t dt_ns, int64_t now_ns);
 // True when a step can change anything.
-bool lens_active(const Lens& lens);
+inline bool lens_active(const Lens& lens) {
+  auto busy = [](const LensAxis& a) { return a.pos != a.target || a.pos != a.published; };
+  return lens.search_left_ns > 0 || busy(lens.zoom) || busy(lens.focus);
+}
 // Nanoseconds until the lens changes by itself (a motor arriving, a
 // publication falling due, a search ending); -1 when nothing is due.
 int64_t lens_ns_to_event(const Lens& lens, int64_t now_ns);

@@ -180,13 +180,7 @@ bool update_read(FirmwareUpdate& fw, const uint8_t* tx, int txcount, uint8_t* rx
   return true;
 }
 
-bool update_restarting(const FirmwareUpdate& fw) { return fw.restart_left_ns > 0; }
-
 bool update_holds_axis(const FirmwareUpdate& fw) { return fw.update_mode || update_restarting(fw); }
-
-bool firmware_active(const Controllers& c) {
-  return update_restarting(c.pan.fw) || update_restarting(c.tilt.fw);
-}
 
 void firmware_step(Controllers& c, int64_t dt_ns) {
   struct { FirmwareUpdate& fw; const char* axis; } sides[] = {{c.pan.fw, "pan"}, {c.tilt.fw, "tilt"}};

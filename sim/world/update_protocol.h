@@ -47,12 +47,10 @@ bool update_write(FirmwareUpdate& fw, const uint8_t* bytes, int count);
 // Answers a read of the protocol; false when the read is not one of its.
 bool update_read(FirmwareUpdate& fw, const uint8_t* tx, int txcount, uint8_t* rx, int rxcount);
 // While restarting the controller answers nothing.
-bool update_restarting(const FirmwareUpdate& fw);
+inline bool update_restarting(const FirmwareUpdate& fw) { return fw.restart_left_ns > 0; }
 // In update mode or restarting the axis refuses moves.
 bool update_holds_axis(const FirmwareUpdate& fw);
 
-// True while a controller restarts (the world must keep stepping).
-bool firmware_active(const Controllers& c);
 // Advances restarts; at the end of one the new firmware runs and the camera
 // writes sim.<axis>.fw_version, fw_bytes and fw_crc.
 void firmware_step(Controllers& c, int64_t dt_ns);

@@ -36,16 +36,6 @@ void lens_power_on_from_bus(World& w) {
 
 }  // namespace
 
-bool world_active(const World& w) {
-  return axis_active(w.pan) || axis_active(w.tilt) || lens_active(w.lens) ||
-         firmware_active(w.controllers) || w.tracker.report_at >= 0;
-}
-
-World& the_world() {
-  static World world;
-  return world;
-}
-
 void world_init() {
   std::lock_guard lock(big_lock());
   World& w = the_world();

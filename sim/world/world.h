@@ -33,8 +33,15 @@ struct World {
   Tracker tracker;
 };
 
-World& the_world();
+// The one world of the process.
+inline World& the_world() {
+  static World world;
+  return world;
+}
 // True when a step can change anything (moving, calibrating, publishing).
-bool world_active(const World& w);
+inline bool world_active(const World& w) {
+  return axis_active(w.pan) || axis_active(w.tilt) || lens_active(w.lens) ||
+         firmware_active(w.controllers) || w.tracker.report_at >= 0;
+}
 
 }  // namespace sim
