@@ -206,6 +206,7 @@ const SettingRow kSettings[] = {
     {"ptz.scan.scan1.speed", speed_value},       {"ptz.scan.scan1.dir", on_off},
     {"ptz.patrol.set01", list_value},            {"ptz.patrol.time01", list_value},
     {"ptz.patrol.speed01", list_value},          {"ptz.PID", pid_value},
+    // Twice: a recording wants a start and, later, a stop.
     {"ptz.pattern.action", pattern_action_value}, {"ptz.pattern.action", pattern_action_value},
     {"ptz.preset.view_move", view_value},        {"ptz.preset.track_enable", on_off},
     {"ptz.preset.track_id", number_value},       {"ptz.schedule.enable", on_off},
