@@ -117,7 +117,7 @@ static bool SectorHolds(int32_t centre, int32_t position) {
 }
 
 int32_t CompassSector(int32_t pan, int32_t east) {
-  int32_t position = pan - east;
+  int32_t position = Wrap32((int64_t)pan - east);  // east is any int32 the bus gave
   if (position < 0) position += 65535;
   for (int32_t i = 0; i < 8; i++) {
     if (SectorHolds(i * kSectorStep, position)) return i;

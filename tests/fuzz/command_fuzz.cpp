@@ -12,6 +12,7 @@
 #include "control/bus_text.h"
 #include "control/control.h"
 #include "control/listeners.h"
+#include "control/publish.h"
 #include "control/run_mode.h"
 #include "core/core.h"
 #include "motion/limits.h"
@@ -117,7 +118,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 2: OnPid(key, value); break;
     case 3: OnMaxSpeed(key, value); break;
     case 4: OnRecoverTime(key, value); break;
-    case 5: OnEastPos(key, value); break;
+    case 5:
+      OnEastPos(key, value);
+      SetDirectionOsd(giPanPos, giEastPos);
+      break;
     case 6: GetPresetStr(value); break;
     case 8: PatrolListInput(value); break;
     case 9: ScanKeyInput(value); break;

@@ -129,6 +129,9 @@ TEST(Compass, SectorBoundaries) {
   EXPECT_EQ(CompassSector(61327, 0), 0);  // East takes the overlap
   EXPECT_EQ(CompassSector(65535, 0), 0);
   EXPECT_EQ(CompassSector(100, 200), 0);  // 65435: East
+  // An east at the ends of the int32 range wraps without overflow: East.
+  EXPECT_EQ(CompassSector(32767, INT32_MIN), 0);
+  EXPECT_EQ(CompassSector(0, INT32_MAX), 0);
 }
 
 TEST(PanDirection, ShorterWayAcrossTheSeam) {
