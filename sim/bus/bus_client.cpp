@@ -63,15 +63,6 @@ struct Options {
   long count = 0;                  // -n COUNT (0: forever)
 };
 
-// Sets a socket's receive and send time limit (0: none).
-void set_socket_timeout(int fd, double seconds) {
-  timeval limit{};
-  limit.tv_sec = static_cast<time_t>(seconds);
-  limit.tv_usec = static_cast<suseconds_t>((seconds - static_cast<double>(limit.tv_sec)) * 1e6);
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-}
-
 // One connection to slewd, closed when it goes out of scope.
 struct Session {
   FILE* err;                         // where errors go

@@ -172,6 +172,14 @@ bool socket_address(const std::string& path, sockaddr_un* address, std::string* 
   return true;
 }
 
+void set_socket_timeout(int fd, double seconds) {
+  timeval limit{};
+  limit.tv_sec = static_cast<time_t>(seconds);
+  limit.tv_usec = static_cast<suseconds_t>((seconds - static_cast<double>(limit.tv_sec)) * 1e6);
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
 int connect_socket(const std::string& path, double limit_s, std::string* error) {
   sockaddr_un address;
   if (!socket_address(path, &address, error)) {
@@ -179,13 +187,7 @@ int connect_socket(const std::string& path, double limit_s, std::string* error) 
     return -1;
   }
   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd >= 0 && limit_s > 0) {
-    timeval limit{};
-    limit.tv_sec = static_cast<time_t>(limit_s);
-    limit.tv_usec = static_cast<suseconds_t>((limit_s - static_cast<double>(limit.tv_sec)) * 1e6);
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  }
+  if (fd >= 0) set_socket_timeout(fd, limit_s);
   if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return fd;
   int cause = errno;
   *error = path + ": " + strerror(cause);

@@ -67,6 +67,8 @@ std::string socket_path(const std::string& folder);
 // The address of a socket file; false with a one-line reason when the path
 // does not fit.
 bool socket_address(const std::string& path, sockaddr_un* address, std::string* error);
+// Sets a socket's receive and send time limit in seconds (0: none).
+void set_socket_timeout(int fd, double seconds);
 // A stream socket connected to the socket file, with receive and send bounds
 // of limit_s seconds (0: none); -1 with a one-line reason and errno
 // (ENAMETOOLONG for a path that does not fit).
