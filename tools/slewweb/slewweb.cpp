@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
   signal(SIGPIPE, SIG_IGN);
 
-  slewweb::BusLink bus(state);
+  buslink::BusLink bus(state);
   slewweb::EventHub hub(slewweb::kMaxListeners, slewweb::kMaxUnread);
   slewweb::WebServer server(served, bus, hub);
   if (!server.bind(&error)) {

@@ -15,6 +15,9 @@ class Server;
 
 namespace slewweb {
 
+using buslink::BusLink;
+using buslink::BusReply;
+
 // Bounds on what the server holds for its clients.
 constexpr size_t kMaxListeners = 8;        // pages receiving live updates at once
 constexpr size_t kMaxUnread = 4096;        // events a listener may leave unread

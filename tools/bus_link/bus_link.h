@@ -1,5 +1,5 @@
-// slewweb's side of the bus: single requests to a running slewd, and the
-// watch that feeds the page's live updates.
+// The tools' side of the bus: single requests to a running slewd, and the
+// watch that follows every write.
 #pragma once
 
 #include <atomic>
@@ -8,7 +8,7 @@
 #include <mutex>
 #include <string>
 
-namespace slewweb {
+namespace buslink {
 
 // What became of a request to slewd.
 enum class BusReply {
@@ -54,4 +54,4 @@ class BusLink {
   int watch_fd_ = -1;
 };
 
-}  // namespace slewweb
+}  // namespace buslink

@@ -12,7 +12,7 @@
 
 #include "bus/bus_protocol.h"
 
-namespace slewweb {
+namespace buslink {
 namespace {
 
 // Closes a socket when it goes out of scope.
@@ -126,4 +126,4 @@ void BusLink::stop() {
   if (watch_fd_ >= 0) shutdown(watch_fd_, SHUT_RDWR);
 }
 
-}  // namespace slewweb
+}  // namespace buslink
