@@ -3,7 +3,9 @@
 # tests leave them in BUILD/transcripts/). Every scenario under
 # tests/scenarios must have one in both. Prints each difference and, last,
 # "N passed, M failed"; exit 0 when all are the same.
-set -euo pipefail
+set -Eeuo pipefail
+# A command that stops this script under set -e names itself.
+trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
 root=$(cd "$(dirname "$0")/.." && pwd)
 first=$1/transcripts
 second=$2/transcripts

@@ -2,16 +2,22 @@
 # Builds the fuzz targets with clang (libFuzzer, ASan, UBSan) and runs each
 # from its seeds, sharing the given number of seconds (default 60) between
 # them. Exit 0 when nothing failed.
-set -euo pipefail
+set -Eeuo pipefail
+# A command that stops this script under set -e names itself.
+trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
 root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
 dir="$root/build-test/fuzz"
 # target:seed folder under tests/fuzz:longest input
 targets=(command_fuzz:seeds:600 srecord_fuzz:srecord_seeds:4096 listener_fuzz:listener_seeds:1024
   protocol_fuzz:protocol_seeds:2048)
-CC=clang CXX=clang++ cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DSLEWD_FUZZ=ON -DBUILD_TESTING=OFF >/dev/null
-ninja -C "$dir" "${targets[@]%%:*}" >/dev/null
+mkdir -p "$dir"
+if ! { CC=clang CXX=clang++ cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+         -DSLEWD_FUZZ=ON -DBUILD_TESTING=OFF && ninja -C "$dir" "${targets[@]%%:*}"; } >"$dir/build.log" 2>&1; then
+  tail -n 30 "$dir/build.log"
+  echo "fuzz.sh: the fuzz build failed; full log: $dir/build.log" >&2
+  exit 1
+fi
 share=$(( seconds / ${#targets[@]} ))
 [ "$share" -ge 1 ] || share=1
 status=0

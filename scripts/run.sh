@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Builds slewd and starts it on the simulated camera, in real time.
 # Arguments are passed to slewd (e.g. `scripts/run.sh spddry 2`).
-set -euo pipefail
+set -Eeuo pipefail
+# A command that stops this script under set -e names itself.
+trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-deps.sh"
 echo "configuring build/ ..."
 cmake -S "$root" -B "$root/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-echo "building slewd, slewctl and slewsim (the first build takes a few minutes) ..."
-ninja -C "$root/build" slewd slewctl slewsim
+echo "building slewd and its tools (the first build takes a few minutes) ..."
+ninja -C "$root/build" slewd slewctl slewsim slewweb
 exec "$root/build/slewd" "$@"

@@ -5,7 +5,7 @@
 # systemd-analyze verify where it is available. In a cross-build the
 # programs run through the EMULATOR command given after the folders.
 # Usage: install_package_test.sh BUILD_DIR SOURCE_DIR [EMULATOR...]
-set -euo pipefail
+set -Eeuo pipefail
 build=$1
 source=$2
 emulator=("${@:3}")
@@ -14,10 +14,14 @@ trap 'rm -rf "$scratch"' EXIT
 root=$scratch/root
 
 fail() { echo "FAIL: $*"; exit 1; }
+# A command that stops the script under set -e names itself.
+trap 'echo "FAIL: line $LINENO: \"$BASH_COMMAND\" exited with status $?"' ERR
 
 (cd "$build" && cpack -G DEB -B "$scratch/out" >"$scratch/cpack.log" 2>&1) || { cat "$scratch/cpack.log"; fail "cpack"; }
-deb=$(find "$scratch/out" -maxdepth 1 -name 'slewd_*.deb' | head -n1)
-[ -n "$deb" ] || fail "no slewd_*.deb made"
+# Globs, not pipelines: a "find | head" dies of SIGPIPE under pipefail.
+debs=("$scratch"/out/slewd_*.deb)
+deb=${debs[0]}
+[ -f "$deb" ] || fail "no slewd_*.deb made"
 dpkg-deb --info "$deb" >"$scratch/info"
 grep -q '^ Depends:.*libsqlite3' "$scratch/info" || fail "Depends lacks libsqlite3: $(grep Depends "$scratch/info")"
 dpkg-deb -x "$deb" "$root"
@@ -29,7 +33,8 @@ done
 echo "package: $(basename "$deb"), $(du -k "$deb" | cut -f1) KiB"
 
 # The unpacked slewsim on a scenario, against the build's own.
-scenario=$(find "$source/tests/scenarios" -name '*.scn' | sort | head -n1)
+scenarios=("$source"/tests/scenarios/*.scn)
+scenario=${scenarios[0]}
 "${emulator[@]}" "$root/usr/bin/slewsim" --transcript "$scratch/installed.txt" "$scenario" >"$scratch/run.log" ||
   { cat "$scratch/run.log"; fail "installed slewsim on $scenario"; }
 grep -q '^PASS ' "$scratch/run.log" || fail "installed slewsim did not pass $scenario"

@@ -5,7 +5,9 @@
 # when Chromium cannot be installed.
 #
 # run_browser_test.sh BUILD_FOLDER [SCREENSHOT]
-set -euo pipefail
+set -Eeuo pipefail
+# A command that stops this script under set -e names itself.
+trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 build=$(cd "$1" && pwd)
