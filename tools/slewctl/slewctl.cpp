@@ -1,11 +1,41 @@
 // slewctl: gets, sets, lists and watches keys on the bus of a running slewd,
 // and runs commands. The state folder (and so the socket) is $SLEWD_STATE,
-// else $HOME/.local/state/slewd, as for slewd.
+// else $HOME/.local/state/slewd, as for slewd. `slewctl preview` hands over
+// to slewsim, which holds the daemon to run the preview with.
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "bus/bus_client.h"
 #include "bus/bus_protocol.h"
+
+namespace {
+
+// slewsim next to this program, else the one on the PATH.
+std::string slewsim_path() {
+  char self[4096];
+  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n <= 0) return "slewsim";
+  std::string path(self, static_cast<size_t>(n));
+  path = path.substr(0, path.rfind('/') + 1) + "slewsim";
+  return access(path.c_str(), X_OK) == 0 ? path : "slewsim";
+}
+
+// slewctl preview [--hours H] [--plot FILE.svg]: slewsim --preview STATE ...
+int preview(const std::string& state, int argc, char** argv) {
+  std::string program = slewsim_path();
+  std::vector<const char*> args{"slewsim", "--preview", state.c_str()};
+  for (int i = 2; i < argc; ++i) args.push_back(argv[i]);
+  args.push_back(nullptr);
+  execvp(program.c_str(), const_cast<char* const*>(args.data()));
+  fprintf(stderr, "slewctl: cannot run %s: %s\n", program.c_str(), strerror(errno));
+  return sim::kCtlUsage;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   std::string state, error;
@@ -13,5 +43,6 @@ int main(int argc, char** argv) {
     fprintf(stderr, "slewctl: %s\n", error.c_str());
     return sim::kCtlNoDaemon;
   }
+  if (argc >= 2 && strcmp(argv[1], "preview") == 0) return preview(state, argc, argv);
   return sim::slewctl_run(state, argc, argv, stdout, stderr);
 }
