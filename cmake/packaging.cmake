@@ -10,7 +10,7 @@ set(SLEWD_DOC_DIR ${SLEWD_PACKAGE_PREFIX}/share/doc/slewd)
 set(SLEWD_UNIT_DIR lib/systemd/system)
 
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-file(GLOB SLEWD_DOCS CONFIGURE_DEPENDS docs/*.md docs/*.png)
+file(GLOB SLEWD_DOCS CONFIGURE_DEPENDS docs/*.md docs/*.png docs/*.svg)
 install(FILES ${SLEWD_DOCS} DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 configure_file(packaging/systemd/slewd.service.in systemd/slewd.service @ONLY)
@@ -41,6 +41,8 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS adduser)
+# slewsim draws its plots with gnuplot; everything else runs without it.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS gnuplot-nox)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${PROJECT_SOURCE_DIR}/packaging/debian/postinst ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

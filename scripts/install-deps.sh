@@ -12,7 +12,8 @@ packages=(cmake ninja-build g++ clang libclang-rt-14-dev libsqlite3-dev:$native 
   zlib1g-dev:$native pkg-config libcpp-httplib-dev:$native nlohmann-json3-dev chromium
   g++-aarch64-linux-gnu qemu-user libsqlite3-dev:arm64 libgtest-dev:arm64 zlib1g-dev:arm64 libstdc++6:arm64
   libcpp-httplib-dev:arm64
-  dpkg-dev file systemd)
+  dpkg-dev file systemd
+  gnuplot-nox)
 sudo_cmd=""
 [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
 if [[ $'\n'$(dpkg --print-foreign-architectures)$'\n' != *$'\n'arm64$'\n'* ]]; then

@@ -88,7 +88,7 @@ std::string script(const Timeline& tl, const PlotAxis& axis, const std::string& 
   write_series(s, "zoom", tl.zoom, axis, end);
   std::vector<std::string> modes = write_bands(s, "mode", tl.mode, axis);
   std::vector<std::string> statuses = write_bands(s, "status", tl.status, axis);
-  s << "set terminal svg size 1400,800 dynamic background rgb 'white' font 'sans,11'\n"
+  s << "set terminal svg size 1400,800 dynamic noenhanced background rgb 'white' font 'sans,11'\n"
     << "set output " << quoted(svg_path) << "\n"
     << "set multiplot title " << quoted(axis.title) << "\n"
     << "set lmargin 12\nset rmargin 26\n"

@@ -77,8 +77,9 @@ int runner_main(std::vector<std::string> args) {
 // A run with --plot: the run keeps a transcript (a scratch one unless asked
 // for), then the plot is drawn from it, whether the run passed or not.
 int plot_main(std::vector<std::string> args, const std::string& svg) {
-  std::string transcript, scratch;
+  std::string transcript, scratch, title;
   take_option(&args, "--transcript", &transcript);
+  for (size_t i = 1; i < args.size(); ++i) title += (title.empty() ? "" : " ") + args[i];
   if (transcript.empty()) {
     scratch = svg + ".transcript";
     transcript = scratch;
@@ -90,7 +91,7 @@ int plot_main(std::vector<std::string> args, const std::string& svg) {
   slewsim::Timeline timeline;
   std::string error;
   bool ok = slewsim::read_timeline(transcript, {}, &timeline, &error) &&
-            slewsim::write_plot(timeline, {-1, transcript, 0}, svg, &error);
+            slewsim::write_plot(timeline, {-1, "slewsim " + title, 0}, svg, &error);
   if (!scratch.empty()) unlink(scratch.c_str());
   if (!ok) {
     fprintf(stderr, "slewsim: %s\n", error.c_str());
