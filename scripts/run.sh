@@ -5,9 +5,10 @@ set -Eeuo pipefail
 # A command that stops this script under set -e names itself.
 trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
 root=$(cd "$(dirname "$0")/.." && pwd)
-"$root/scripts/install-deps.sh"
+# Only what building and running needs; the test command installs the rest.
+"$root/scripts/install-deps.sh" run
 echo "configuring build/ ..."
-cmake -S "$root" -B "$root/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake -S "$root" -B "$root/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF >/dev/null
 echo "building slewd and its tools (the first build takes a few minutes) ..."
 ninja -C "$root/build" slewd slewctl slewsim slewweb
 exec "$root/build/slewd" "$@"
