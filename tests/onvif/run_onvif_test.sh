@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Runs slewonvif's client test: a real-time slewd on a fresh state folder,
+# slewvideo and slewonvif on free ports, and the npm onvif client driving
+# them as a video management system would (onvif_client_test.js). Installs
+# the npm packages first when missing.
+#
+# run_onvif_test.sh BUILD_FOLDER
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+build=$(cd "$1" && pwd)
+
+if [ ! -d "$here/node_modules/onvif" ]; then
+  (cd "$here" && npm ci --no-audit --no-fund --loglevel=error)
+fi
+
+state=$(mktemp -d /tmp/slewonvif-test.XXXXXX)
+slewd_pid="" video_pid="" onvif_pid=""
+# Ends what this script started, by process id, and removes the state folder.
+cleanup() {
+  for pid in "$onvif_pid" "$video_pid" "$slewd_pid"; do
+    [ -n "$pid" ] && kill "$pid" 2>/dev/null || true
+  done
+  wait 2>/dev/null || true
+  rm -rf "$state"
+}
+trap cleanup EXIT
+
+# Waits for a line matching pattern in file; prints the match.
+await_line() {
+  for _ in $(seq 100); do
+    if grep -o -m1 "$2" "$1" 2>/dev/null; then return 0; fi
+    sleep 0.1
+  done
+  echo "no \"$2\" from $(basename "$1"):" >&2
+  cat "$1" >&2
+  return 1
+}
+
+export SLEWD_STATE="$state/cam"
+"$build/slewd" >"$state/slewd.out" 2>&1 &
+slewd_pid=$!
+"$build/slewvideo" --rtsp 127.0.0.1:0 --http 127.0.0.1:0 >"$state/video.out" 2>&1 &
+video_pid=$!
+rtsp=$(await_line "$state/video.out" 'rtsp://127.0.0.1:[0-9]*')
+snapshot=$(await_line "$state/video.out" 'http://127.0.0.1:[0-9]*')
+echo "the password of the test" >"$state/password"
+"$build/slewonvif" --listen 127.0.0.1:0 --discovery-port 0 --rtsp-port "${rtsp##*:}" \
+  --snapshot-port "${snapshot##*:}" --user admin --password-file "$state/password" >"$state/onvif.out" 2>&1 &
+onvif_pid=$!
+device=$(await_line "$state/onvif.out" 'http://127.0.0.1:[0-9]*')
+discovery=$(await_line "$state/onvif.out" 'udp 127.0.0.1:[0-9]*')
+
+status=0
+node "$here/onvif_client_test.js" "${device##*:}" "${discovery##*:}" "$snapshot" "$rtsp" "$build/slewctl" \
+  "$state/password" || status=$?
+
+# slewonvif must end cleanly on SIGTERM (under the sanitizers: with no report).
+kill -TERM "$onvif_pid"
+onvif_status=0
+wait "$onvif_pid" || onvif_status=$?
+onvif_pid=""
+if [ "$onvif_status" -ne 0 ]; then
+  echo "FAIL slewonvif ended with status $onvif_status:"
+  tail -n 40 "$state/onvif.out"
+  status=1
+fi
+if [ "$status" -ne 0 ]; then
+  echo "--- slewd's last lines:"
+  tail -n 20 "$state/slewd.out"
+fi
+exit "$status"
