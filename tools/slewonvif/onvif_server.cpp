@@ -16,6 +16,7 @@ OnvifServer::OnvifServer(Service& service) : service_(service), server_(std::mak
   s.set_payload_max_length(kMaxRequestBytes);
   s.set_keep_alive_max_count(kMaxKeepAliveRequests);
   s.set_keep_alive_timeout(5);
+  s.set_tcp_nodelay(true);  // an answer goes out whole at once, not after the client's delayed ACK
   s.set_read_timeout(5, 0);
   s.set_write_timeout(5, 0);
   // Clients post every service to one path or another: the Body says what is asked, not the path.
