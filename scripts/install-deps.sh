@@ -6,12 +6,14 @@ set -euo pipefail
 # Libraries present for both processors are named with theirs.
 native=$(dpkg --print-architecture)
 # slewweb: its HTTP and JSON libraries; its browser test: Chromium, driven from Node.
+# slewonvif: pugixml for XML, OpenSSL's libcrypto for digests (native only: docs/decisions.md).
 # slewvideo: cairo, GStreamer's RTSP server and encoders, JPEG; its test decodes with ffmpeg.
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev libsqlite3-dev:$native libgtest-dev:$native
   zlib1g-dev:$native pkg-config libcpp-httplib-dev:$native nlohmann-json3-dev chromium
   g++-aarch64-linux-gnu qemu-user libsqlite3-dev:arm64 libgtest-dev:arm64 zlib1g-dev:arm64 libstdc++6:arm64
   libcpp-httplib-dev:arm64
   dpkg-dev file systemd
+  libpugixml-dev:$native libssl-dev:$native
   libcairo2-dev libgstrtspserver-1.0-dev libturbojpeg0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav ffmpeg)
 sudo_cmd=""
 [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
