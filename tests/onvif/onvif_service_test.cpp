@@ -180,6 +180,7 @@ TEST(OnvifAuth, RefusesSkewReplayAndWrongDigestAcceptsReplayedReads) {
   auto digest = [&](const std::string& auth, const std::string& body) {
     return f.service.handle(HttpIn{"cam:8000", auth, "POST"}, envelope_of("", body)).status;
   };
+  EXPECT_EQ(digest("Basic YWRtaW46cGFzcw==", status), 401);  // answered with the challenge
   EXPECT_EQ(digest(authorization(kPassword, "00000001"), stop), 200);
   EXPECT_EQ(digest(authorization(kPassword, "00000001"), stop), 400);  // the same nonce count again
   EXPECT_EQ(digest(authorization("wrong", "00000002"), stop), 400);

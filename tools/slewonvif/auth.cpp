@@ -321,7 +321,8 @@ AuthResult Authenticator::check(pugi::xml_node soap_header, std::string_view aut
                                 std::string_view method, bool changes, std::string* why) {
   pugi::xml_node security = child(soap_header, "Security", kNsSecurity);
   if (security) return check_username_token(security, changes, now_seconds(), why);
-  if (!authorization.empty()) return check_http_digest(authorization, method, changes, now_seconds(), why);
+  // Basic or another scheme is answered with the Digest challenge, as no credentials at all.
+  if (authorization.rfind("Digest ", 0) == 0) return check_http_digest(authorization, method, changes, now_seconds(), why);
   *why = "this operation needs a user name and password";
   return AuthResult::kChallenge;
 }

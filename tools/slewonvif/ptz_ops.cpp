@@ -399,6 +399,7 @@ bool Service::set_preset(const Call& call, std::string* out, Fault* fault) {
       return *fault = bad_arg("ter:InvalidPresetName", "a preset name may not hold ':' or control characters"), false;
     }
   }
+  std::lock_guard<std::mutex> lock(preset_mutex_);
   std::map<int, std::string> records;
   if (!read_presets(&records, fault)) return false;
   int id = -1;
@@ -423,6 +424,7 @@ bool Service::set_preset(const Call& call, std::string* out, Fault* fault) {
 
 bool Service::remove_preset(const Call& call, std::string* out, Fault* fault) {
   if (!check_profile(call, fault)) return false;
+  std::lock_guard<std::mutex> lock(preset_mutex_);
   std::string token = text_of(child_any(call.req.operation, "PresetToken"));
   std::map<int, std::string> records;
   int id = -1;
@@ -466,6 +468,7 @@ bool Service::goto_home_position(const Call& call, std::string* out, Fault* faul
 
 bool Service::set_home_position(const Call& call, std::string* out, Fault* fault) {
   if (!check_profile(call, fault)) return false;
+  std::lock_guard<std::mutex> lock(preset_mutex_);
   if (!command("set_preset:id:" + std::to_string(kHomePreset) + ",name:home", false, fault)) return false;
   if (!wait_presets(kHomePreset, true)) return *fault = bus_fault("the preset list did not change"), false;
   *out = "<tptz:SetHomePositionResponse/>";

@@ -166,6 +166,7 @@ class Service {
   std::mutex move_mutex_;             // one move request at a time reads and writes the last velocity
   int last_pan_ = 0, last_tilt_ = 0, last_zoom_ = 0;  // the last manual: velocity sent
   int started_tour_ = 0;              // the patrol OperatePresetTour last started
+  std::mutex preset_mutex_;           // one preset change at a time: a free number is taken once
   std::thread timer_;
 };
 

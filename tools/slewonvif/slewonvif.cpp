@@ -181,7 +181,8 @@ int main(int argc, char** argv) {
     link.watch([&](const std::string& key, const std::string& value) { head.on_change(key, value, onvif::Clock::now()); },
                [&](bool up) {
                  std::map<std::string, std::string> keys;
-                 if (up) link.list("ptz.", &keys, &error);
+                 std::string why;
+                 if (up) link.list("ptz.", &keys, &why);
                  head.on_link(up, keys, onvif::Clock::now());
                });
   });
