@@ -87,7 +87,7 @@ async function barnInPicture() {
 }
 
 // A Probe as clients send it; resolves with the answer's text.
-function probe() {
+function probe(address = '127.0.0.1') {
   const id = 'urn:uuid:1b7e0c3e-0000-4000-8000-00000000abcd';
   const msg = '<?xml version="1.0" encoding="UTF-8"?><s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope"' +
     ' xmlns:a="http://schemas.xmlsoap.org/ws/2004/08/addressing"><s:Header><a:Action>' +
@@ -99,7 +99,7 @@ function probe() {
     const sock = dgram.createSocket('udp4');
     const timer = setTimeout(() => { sock.close(); reject(new Error('no ProbeMatches')); }, 3000);
     sock.on('message', (m) => { clearTimeout(timer); sock.close(); resolve({ text: m.toString(), id }); });
-    sock.send(msg, +discoveryPort, '127.0.0.1');
+    sock.send(msg, +discoveryPort, address);
   });
 }
 
@@ -111,6 +111,10 @@ function probe() {
     expect(text.includes(`<wsa:RelatesTo>${id}</wsa:RelatesTo>`), 'RelatesTo is not the MessageID');
     expect(text.includes(`http://127.0.0.1:${port}/onvif/device_service`), 'no XAddrs');
     expect(text.includes('dn:NetworkVideoTransmitter'), 'no Types');
+    if (!process.env.MULTICAST) return 'no network of its own here: unicast only';
+    const multicast = await probe('239.255.255.250');
+    expect(multicast.text.includes(`http://127.0.0.1:${port}/onvif/device_service`), 'no answer to the multicast Probe');
+    return 'unicast and multicast';
   });
 
   await check('connect with a digest password; profiles and stream URI', async () => {

@@ -13,6 +13,15 @@ if [ ! -d "$here/node_modules/onvif" ]; then
   (cd "$here" && npm ci --no-audit --no-fund --loglevel=error)
 fi
 
+# In a network of its own when the machine allows it, so that the multicast
+# Probe is tried too: lo up, multicast routed over it.
+listen=127.0.0.1
+if [ -z "${SLEWONVIF_NETNS:-}" ] && unshare -rn true 2>/dev/null; then
+  exec unshare -rn env SLEWONVIF_NETNS=1 bash -c \
+    'ip link set lo up multicast on && ip route add 239.0.0.0/8 dev lo && exec "$0" "$@"' "$0" "$@"
+fi
+[ -n "${SLEWONVIF_NETNS:-}" ] && listen=0.0.0.0
+
 state=$(mktemp -d /tmp/slewonvif-test.XXXXXX)
 slewd_pid="" video_pid="" onvif_pid=""
 # Ends what this script started, by process id, and removes the state folder.
@@ -44,14 +53,14 @@ video_pid=$!
 rtsp=$(await_line "$state/video.out" 'rtsp://127.0.0.1:[0-9]*')
 snapshot=$(await_line "$state/video.out" 'http://127.0.0.1:[0-9]*')
 echo "the password of the test" >"$state/password"
-"$build/slewonvif" --listen 127.0.0.1:0 --discovery-port 0 --rtsp-port "${rtsp##*:}" \
+"$build/slewonvif" --listen "$listen:0" --discovery-port 0 --rtsp-port "${rtsp##*:}" \
   --snapshot-port "${snapshot##*:}" --user admin --password-file "$state/password" >"$state/onvif.out" 2>&1 &
 onvif_pid=$!
-device=$(await_line "$state/onvif.out" 'http://127.0.0.1:[0-9]*')
-discovery=$(await_line "$state/onvif.out" 'udp 127.0.0.1:[0-9]*')
+device=$(await_line "$state/onvif.out" 'http://[0-9.]*:[0-9]*')
+discovery=$(await_line "$state/onvif.out" 'udp [0-9.]*:[0-9]*')
 
 status=0
-node "$here/onvif_client_test.js" "${device##*:}" "${discovery##*:}" "$snapshot" "$rtsp" "$build/slewctl" \
+MULTICAST=${SLEWONVIF_NETNS:-} node "$here/onvif_client_test.js" "${device##*:}" "${discovery##*:}" "$snapshot" "$rtsp" "$build/slewctl" \
   "$state/password" || status=$?
 
 # slewonvif must end cleanly on SIGTERM (under the sanitizers: with no report).
