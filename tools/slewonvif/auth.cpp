@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <map>
 
@@ -180,6 +181,8 @@ bool load_or_create_credentials(const std::string& state_folder, const std::stri
   out->user = user;
   *created = false;
   if (access(path.c_str(), F_OK) == 0) return read_password_file(path, &out->password, error);
+  std::error_code ec;
+  std::filesystem::create_directories(state_folder, ec);  // slewd may not have made it yet
   unsigned char random[12];
   if (RAND_bytes(random, sizeof random) != 1) {
     *error = "no random bytes for a password";
