@@ -128,7 +128,11 @@ function probe(address = '127.0.0.1') {
     let refused = false;
     await call(cam, 'getStreamUri', { protocol: 'HTTP' }).catch(() => { refused = true; });
     expect(refused, 'an unserved transport got a URI');
-    return uri.uri;
+    // The address handed out plays: H.264 at the size the profile says.
+    const probed = (await run('ffprobe', ['-v', 'error', '-rtsp_transport', 'tcp', '-select_streams', 'v:0',
+      '-show_entries', 'stream=codec_name,width,height', '-of', 'csv=p=0', uri.uri], { timeout: 20000 })).stdout.trim();
+    expect(probed === `h264,${cam.activeSource.width},${cam.activeSource.height}`, `ffprobe says ${probed}`);
+    return `${uri.uri}: ${probed}`;
   });
   if (!cam) { console.log('cannot go on without a connection'); process.exit(1); }
 

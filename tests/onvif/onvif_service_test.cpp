@@ -138,6 +138,50 @@ TEST(OnvifRequest, BadInputGetsTheFaultClientsExpectAndWritesNothing) {
   EXPECT_TRUE(f.bus.writes.empty()) << f.bus.writes.front();
 }
 
+TEST(OnvifRequest, EveryOperationAnswersAWellFormedResponse) {
+  Fixture f;
+  f.bus.keys["ptz.patrol.set01"] = "1,2";
+  f.bus.keys["ptz.patrol.time01"] = "5,10";
+  f.bus.keys["ptz.patrol.speed01"] = "300,720";
+  const std::string device = "xmlns=\"http://www.onvif.org/ver10/device/wsdl\"";
+  const std::string media = "xmlns=\"http://www.onvif.org/ver10/media/wsdl\"";
+  const std::string media2 = "xmlns=\"http://www.onvif.org/ver20/media/wsdl\"";
+  std::vector<std::string> bodies;
+  for (const char* op : {"GetSystemDateAndTime", "GetDeviceInformation", "GetCapabilities", "GetScopes", "GetHostname",
+                         "GetNetworkInterfaces"}) {
+    bodies.push_back("<" + std::string(op) + " " + device + "/>");
+  }
+  bodies.push_back("<GetServices " + device + "><IncludeCapability>true</IncludeCapability></GetServices>");
+  for (const char* op : {"GetProfiles", "GetVideoSources", "GetVideoSourceConfigurations", "GetVideoEncoderConfigurations"}) {
+    bodies.push_back("<" + std::string(op) + " " + media + "/>");
+  }
+  for (const char* op : {"GetProfile", "GetStreamUri", "GetSnapshotUri"}) {
+    bodies.push_back("<" + std::string(op) + " " + media + "><ProfileToken>profile_head</ProfileToken></" + op + ">");
+  }
+  bodies.push_back("<GetProfiles " + media2 + "/>");
+  bodies.push_back("<GetStreamUri " + media2 + "><Protocol>RTSP</Protocol><ProfileToken>profile_head</ProfileToken></GetStreamUri>");
+  bodies.push_back("<GetSnapshotUri " + media2 + "><ProfileToken>profile_head</ProfileToken></GetSnapshotUri>");
+  for (const char* op : {"GetServiceCapabilities", "GetNodes", "GetConfigurations", "GetStatus", "GetPresets",
+                         "GetPresetTours", "SetHomePosition", "GotoHomePosition"}) {
+    bodies.push_back(ptz(op, ""));
+  }
+  bodies.push_back(ptz("GetNode", "<NodeToken>node_head</NodeToken>"));
+  bodies.push_back(ptz("GetConfiguration", "<PTZConfigurationToken>ptz_head</PTZConfigurationToken>"));
+  bodies.push_back(ptz("GetConfigurationOptions", "<ConfigurationToken>ptz_head</ConfigurationToken>"));
+  bodies.push_back(ptz("GetPresetTour", "<PresetTourToken>1</PresetTourToken>"));
+  bodies.push_back(ptz("OperatePresetTour", "<PresetTourToken>1</PresetTourToken><Operation>Start</Operation>"));
+  for (const std::string& body : bodies) {
+    HttpOut out = f.send(body);
+    pugi::xml_document doc;
+    ASSERT_TRUE(doc.load_string(out.body.c_str())) << body;
+    pugi::xml_node answer = doc.document_element().first_child().first_child();
+    std::string op = body.substr(1, body.find_first_of(" />") - 1);
+    EXPECT_EQ(out.status, 200) << body << "\n" << out.body;
+    EXPECT_EQ(std::string(local_name(answer)), op + "Response") << out.body;
+    EXPECT_LT(out.body.size(), 64u * 1024);
+  }
+}
+
 TEST(OnvifAuth, RefusesSkewReplayAndWrongDigestAcceptsReplayedReads) {
   Fixture f;
   std::string now = Fixture::now();
