@@ -5,7 +5,11 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <ctime>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -230,6 +234,23 @@ TEST(OnvifAuth, RefusesSkewReplayAndWrongDigestAcceptsReplayedReads) {
   EXPECT_EQ(digest(authorization("wrong", "00000002"), stop), 400);
   EXPECT_EQ(digest(authorization(kPassword, "00000003"), status), 200);
   EXPECT_EQ(f.bus.writes.size(), 2u);
+}
+
+TEST(OnvifAuth, FirstStartMakesAPasswordOnceAndKeepsIt) {
+  std::string folder = testing::TempDir() + "onvif-credentials-" + std::to_string(getpid()) + "/cam";
+  Credentials first, again;
+  bool created = false;
+  std::string error;
+  ASSERT_TRUE(load_or_create_credentials(folder, "admin", &first, &created, &error)) << error;
+  EXPECT_TRUE(created);
+  EXPECT_GE(first.password.size(), 16u);
+  struct stat st {};
+  ASSERT_EQ(stat((folder + "/onvif-credentials").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  ASSERT_TRUE(load_or_create_credentials(folder, "admin", &again, &created, &error)) << error;
+  EXPECT_FALSE(created);
+  EXPECT_EQ(again.password, first.password);
+  std::filesystem::remove_all(folder.substr(0, folder.size() - 4));
 }
 
 TEST(OnvifMoves, EachRequestBecomesItsCommand) {

@@ -9,8 +9,10 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "$1" && pwd)
 
+# One install at a time: the plain and sanitizer suites may start together.
 if [ ! -d "$here/node_modules/onvif" ]; then
-  (cd "$here" && npm ci --no-audit --no-fund --loglevel=error)
+  (cd "$here" && flock /tmp/slewonvif-npm.lock sh -c \
+    '[ -d node_modules/onvif ] || npm ci --no-audit --no-fund --loglevel=error')
 fi
 
 # In a network of its own when the machine allows it, so that the multicast
