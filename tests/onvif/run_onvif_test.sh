@@ -2,13 +2,20 @@
 # Runs slewonvif's client test: a real-time slewd on a fresh state folder,
 # slewvideo and slewonvif on free ports, and the npm onvif client driving
 # them as a video management system would (onvif_client_test.js). Installs
-# the npm packages first when missing.
+# the npm packages first when missing; exits 77 (skipped) only when Node or
+# ffprobe cannot be installed.
 #
 # run_onvif_test.sh BUILD_FOLDER
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "$1" && pwd)
 
+root=$(cd "$here/../.." && pwd)
+command -v node >/dev/null && command -v ffprobe >/dev/null || "$root/scripts/install-deps.sh" || true
+if ! command -v node >/dev/null || ! command -v ffprobe >/dev/null; then
+  echo "SKIP: node or ffprobe is not installed and could not be installed"
+  exit 77
+fi
 # One install at a time: the plain and sanitizer suites may start together.
 if [ ! -d "$here/node_modules/onvif" ]; then
   (cd "$here" && flock /tmp/slewonvif-npm.lock sh -c \
