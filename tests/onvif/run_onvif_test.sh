@@ -72,6 +72,14 @@ status=0
 MULTICAST=${SLEWONVIF_NETNS:-} node "$here/onvif_client_test.js" "${device##*:}" "${discovery##*:}" "$snapshot" "$rtsp" "$build/slewctl" \
   "$state/password" || status=$?
 
+# slewd restarted under the same slewonvif: presets and the status come back.
+kill -TERM "$slewd_pid"
+wait "$slewd_pid" 2>/dev/null || true
+"$build/slewd" >>"$state/slewd.out" 2>&1 &
+slewd_pid=$!
+AFTER_RESTART=1 node "$here/onvif_client_test.js" "${device##*:}" "${discovery##*:}" "$snapshot" "$rtsp" \
+  "$build/slewctl" "$state/password" || status=1
+
 # slewonvif must end cleanly on SIGTERM (under the sanitizers: with no report).
 kill -TERM "$onvif_pid"
 onvif_status=0
