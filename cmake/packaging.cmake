@@ -47,3 +47,11 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${PROJECT_SOURCE_DIR}/packaging/debian/postinst ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)
+
+# The ONVIF front, where it is built (not in a cross-build without pugixml).
+if(TARGET slewonvif)
+  install(TARGETS slewonvif DESTINATION bin)
+  install(FILES docs/man/slewonvif.1 DESTINATION share/man/man1)
+  configure_file(packaging/systemd/slewonvif.service.in systemd/slewonvif.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/systemd/slewonvif.service DESTINATION ${SLEWD_UNIT_DIR})
+endif()

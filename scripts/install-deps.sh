@@ -11,11 +11,17 @@ set -Eeuo pipefail
 trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
 # Libraries present for both processors are named with theirs.
 native=$(dpkg --print-architecture)
-# The build, the bus store, slewweb's HTTP and JSON, slewsim's plots.
+# The build, the bus store, slewweb's HTTP and JSON, slewsim's plots;
+# slewonvif: pugixml for XML, OpenSSL's libcrypto for digests (native only:
+# docs/decisions.md); slewvideo: cairo, GStreamer's RTSP server and its
+# H.264 encoder, JPEG.
 run_packages=(cmake ninja-build g++ pkg-config libsqlite3-dev:$native zlib1g-dev:$native
-  libcpp-httplib-dev:$native nlohmann-json3-dev gnuplot-nox)
-# The tests, the arm64 build and the package.
-test_packages=(clang libclang-rt-14-dev libgtest-dev:$native chromium
+  libcpp-httplib-dev:$native nlohmann-json3-dev gnuplot-nox
+  libpugixml-dev:$native libssl-dev:$native
+  libcairo2-dev libgstrtspserver-1.0-dev libturbojpeg0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+  gstreamer1.0-plugins-ugly)
+# The tests (the stream is decoded with ffmpeg), the arm64 build and the package.
+test_packages=(clang libclang-rt-14-dev libgtest-dev:$native chromium gstreamer1.0-libav ffmpeg
   g++-aarch64-linux-gnu qemu-user libsqlite3-dev:arm64 libgtest-dev:arm64 zlib1g-dev:arm64 libstdc++6:arm64
   libcpp-httplib-dev:arm64
   dpkg-dev file systemd)

@@ -1,0 +1,41 @@
+// Fuzz target: slewonvif's credential checks. The first line of the input is
+// an HTTP Digest Authorization header; the rest, a WS-Security element with
+// its UsernameToken. Also the number, time and duration readers.
+#include <pugixml.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+#include "auth.h"
+#include "spaces.h"
+
+namespace {
+onvif::Authenticator* auth;
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  auth = new onvif::Authenticator(onvif::Credentials{"admin", "pw"});
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  std::string text(reinterpret_cast<const char*>(data), size);
+  size_t nl = text.find('\n');
+  std::string header = text.substr(0, nl), rest = nl == std::string::npos ? "" : text.substr(nl + 1);
+  std::string why;
+  int64_t now = time(nullptr);
+  auth->check_http_digest(header, "POST", true, now, &why);
+  pugi::xml_document doc;
+  if (doc.load_buffer(rest.data(), rest.size())) auth->check_username_token(doc.document_element(), true, now, &why);
+  double v = 0;
+  long ms = 0;
+  int64_t seconds = 0;
+  std::string bytes;
+  onvif::parse_float(header, &v);
+  onvif::parse_duration(header, &ms);
+  onvif::parse_utc_time(header, &seconds);
+  onvif::base64_decode(header, &bytes);
+  return 0;
+}

@@ -1,0 +1,359 @@
+// slewonvif's request handler called directly with a fake bus: bad input
+// gets the fault a client expects and writes nothing; authentication refuses
+// what it must; each move becomes the right command; the spaces round-trip
+// at every step; MoveStatus says IDLE only once the position is final.
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "auth.h"
+#include "discovery.h"
+#include "head_state.h"
+#include "service.h"
+#include "spaces.h"
+
+namespace onvif {
+namespace {
+
+// A bus that answers from a map and records what is written.
+class FakeBus : public Bus {
+ public:
+  buslink::BusReply get(const std::string& key, std::string* value, std::string*) const override {
+    auto it = keys.find(key);
+    if (it == keys.end()) return buslink::BusReply::kNoValue;
+    *value = it->second;
+    return buslink::BusReply::kOk;
+  }
+  buslink::BusReply set(const std::string& key, const std::string& value, std::string*) const override {
+    writes.push_back(key + "=" + value);
+    // The daemon stores a preset as it takes the command.
+    int id = 0;
+    if (key == "ptz.run_mode" && sscanf(value.c_str(), "set_preset:id:%d", &id) == 1) {
+      keys["ptz.preset.position." + std::to_string(id)] =
+          "id:" + std::to_string(id) + ",pan:0,tilt:0,zoom:0,focus:-1,pref:0,name:" + value.substr(value.find("name:") + 5);
+    }
+    if (key == "ptz.run_mode" && sscanf(value.c_str(), "clr_preset:%d", &id) == 1) {
+      keys.erase("ptz.preset.position." + std::to_string(id));
+    }
+    return buslink::BusReply::kOk;
+  }
+  buslink::BusReply list(const std::string& prefix, std::map<std::string, std::string>* out,
+                         std::string*) const override {
+    for (const auto& [k, v] : keys) {
+      if (k.rfind(prefix, 0) == 0) (*out)[k] = v;
+    }
+    return buslink::BusReply::kOk;
+  }
+  mutable std::map<std::string, std::string> keys;
+  mutable std::vector<std::string> writes;
+};
+
+constexpr const char* kPassword = "pass word";
+
+// A UsernameToken header for the test's user, created at `created` with nonce.
+std::string security(const std::string& nonce, const std::string& created, const std::string& password = kPassword) {
+  return "<s:Header><Security xmlns=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd\">"
+         "<UsernameToken><Username>admin</Username><Password Type=\"http://docs.oasis-open.org/wss/2004/01/"
+         "oasis-200401-wss-username-token-profile-1.0#PasswordDigest\">" + password_digest(nonce, created, password) +
+         "</Password><Nonce>" + base64_encode(nonce) + "</Nonce><Created xmlns=\"http://docs.oasis-open.org/wss/2004/01/"
+         "oasis-200401-wss-wssecurity-utility-1.0.xsd\">" + created + "</Created></UsernameToken></Security></s:Header>";
+}
+
+// A request envelope with a header and body.
+std::string envelope_of(const std::string& header, const std::string& body) {
+  return "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\">" + header + "<s:Body>" + body +
+         "</s:Body></s:Envelope>";
+}
+
+// A PTZ request body in the ptz namespace, for the one profile.
+std::string ptz(const std::string& op, const std::string& inner) {
+  return "<" + op + " xmlns=\"http://www.onvif.org/ver20/ptz/wsdl\" xmlns:tt=\"http://www.onvif.org/ver10/schema\">"
+         "<ProfileToken>profile_head</ProfileToken>" + inner + "</" + op + ">";
+}
+
+// The service over a fake bus with a head at rest.
+struct Fixture {
+  Fixture() : auth(Credentials{"admin", kPassword}), service(ServiceConfig{}, bus, head, auth) {
+    head.on_link(true, {{"ptz.status", "0"}, {"ptz.pan_pos", "100"}, {"ptz.tilt_pos", "5000"}}, Clock::now());
+  }
+  // Sends body with a fresh valid token.
+  HttpOut send(const std::string& body) {
+    return service.handle(HttpIn{"cam:8000", "", "POST"}, envelope_of(security("n" + std::to_string(++count), now()), body));
+  }
+  static std::string now() { return utc_time_text(time(nullptr)); }
+  FakeBus bus;
+  HeadState head;
+  Authenticator auth;
+  Service service;
+  int count = 0;
+};
+
+TEST(OnvifRequest, BadInputGetsTheFaultClientsExpectAndWritesNothing) {
+  Fixture f;
+  std::string deep;
+  for (int i = 0; i < 40; ++i) deep = "<a>" + deep + "</a>";
+  struct Case {
+    const char* what;
+    std::string request;  // sent as is
+    int status;
+    const char* fault;    // a text the fault holds
+  } cases[] = {
+      {"malformed XML", "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\"><s:Body>", 400, "ter:WellFormed"},
+      {"a DOCTYPE", "<!DOCTYPE x [<!ENTITY a \"b\">]>" + envelope_of("", "<x/>"), 400, "document type"},
+      {"SOAP 1.1", "<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\"><e:Body><x/></e:Body></e:Envelope>",
+       400, "env:VersionMismatch"},
+      {"an empty Body", envelope_of("", ""), 400, "holds no request"},
+      {"too deep", envelope_of("", deep), 400, "too deep"},
+      {"a huge text", envelope_of("", "<x>" + std::string(5000, 'a') + "</x>"), 400, "too long"},
+      {"an unknown operation", envelope_of("", ptz("Fly", "")), 400, "ter:ActionNotSupported"},
+      {"a wrong namespace", envelope_of("", "<GetStatus xmlns=\"urn:nowhere\"/>"), 400, "ter:NoSuchService"},
+      {"no credentials", envelope_of("", ptz("GetStatus", "")), 401, "ter:NotAuthorized"},
+  };
+  for (const Case& c : cases) {
+    HttpOut out = f.service.handle(HttpIn{"cam:8000", "", "POST"}, c.request);
+    EXPECT_EQ(out.status, c.status) << c.what;
+    EXPECT_NE(out.body.find(c.fault), std::string::npos) << c.what << ": " << out.body;
+  }
+  // Values the client may send that are out of range, each in a move that would otherwise go.
+  for (const std::string& v : std::vector<std::string>{"NaN", "INF", "-INF", "1e308", "1.5", "-1.0001", "0x1", " 1", "", std::string(300, '1')}) {
+    HttpOut out = f.send(ptz("AbsoluteMove", "<Position><tt:PanTilt x=\"" + v + "\" y=\"0\"/></Position>"));
+    EXPECT_EQ(out.status, 400) << v;
+    EXPECT_NE(out.body.find("ter:InvalidArgVal"), std::string::npos) << v;
+    out = f.send(ptz("ContinuousMove", "<Velocity><tt:Zoom x=\"" + v + "\"/></Velocity>"));
+    EXPECT_EQ(out.status, 400) << v;
+  }
+  for (const std::string& body : std::vector<std::string>{ptz("ContinuousMove", "<Velocity><tt:PanTilt x=\"0.5\" y=\"0\"/></Velocity><Timeout>PT2H</Timeout>"),
+                           ptz("RelativeMove", "<Translation><tt:PanTilt x=\"0.1\" y=\"0\" space=\"urn:other\"/></Translation>"),
+                           ptz("GotoPreset", "<PresetToken>99</PresetToken>"), ptz("GotoHomePosition", ""),
+                           ptz("SetPreset", "<PresetName>a:manual:1</PresetName>"),
+                           ptz("SetPreset", "<PresetName>" + std::string(61, 'n') + "</PresetName>"),
+                           ptz("OperatePresetTour", "<PresetTourToken>9</PresetTourToken><Operation>Start</Operation>"),
+                           "<GetStatus xmlns=\"http://www.onvif.org/ver20/ptz/wsdl\"><ProfileToken>x</ProfileToken></GetStatus>"}) {
+    EXPECT_EQ(f.send(body).status, 400) << body;
+  }
+  EXPECT_TRUE(f.bus.writes.empty()) << f.bus.writes.front();
+}
+
+TEST(OnvifRequest, EveryOperationAnswersAWellFormedResponse) {
+  Fixture f;
+  f.bus.keys["ptz.patrol.set01"] = "1,2";
+  f.bus.keys["ptz.patrol.time01"] = "5,10";
+  f.bus.keys["ptz.patrol.speed01"] = "300,720";
+  const std::string device = "xmlns=\"http://www.onvif.org/ver10/device/wsdl\"";
+  const std::string media = "xmlns=\"http://www.onvif.org/ver10/media/wsdl\"";
+  const std::string media2 = "xmlns=\"http://www.onvif.org/ver20/media/wsdl\"";
+  std::vector<std::string> bodies;
+  for (const char* op : {"GetSystemDateAndTime", "GetDeviceInformation", "GetCapabilities", "GetScopes", "GetHostname",
+                         "GetNetworkInterfaces"}) {
+    bodies.push_back("<" + std::string(op) + " " + device + "/>");
+  }
+  bodies.push_back("<GetServices " + device + "><IncludeCapability>true</IncludeCapability></GetServices>");
+  for (const char* op : {"GetProfiles", "GetVideoSources", "GetVideoSourceConfigurations", "GetVideoEncoderConfigurations"}) {
+    bodies.push_back("<" + std::string(op) + " " + media + "/>");
+  }
+  for (const char* op : {"GetProfile", "GetStreamUri", "GetSnapshotUri"}) {
+    bodies.push_back("<" + std::string(op) + " " + media + "><ProfileToken>profile_head</ProfileToken></" + op + ">");
+  }
+  bodies.push_back("<GetProfiles " + media2 + "/>");
+  bodies.push_back("<GetStreamUri " + media2 + "><Protocol>RTSP</Protocol><ProfileToken>profile_head</ProfileToken></GetStreamUri>");
+  bodies.push_back("<GetSnapshotUri " + media2 + "><ProfileToken>profile_head</ProfileToken></GetSnapshotUri>");
+  for (const char* op : {"GetServiceCapabilities", "GetNodes", "GetConfigurations", "GetStatus", "GetPresets",
+                         "GetPresetTours", "SetHomePosition", "GotoHomePosition"}) {
+    bodies.push_back(ptz(op, ""));
+  }
+  bodies.push_back(ptz("GetNode", "<NodeToken>node_head</NodeToken>"));
+  bodies.push_back(ptz("GetConfiguration", "<PTZConfigurationToken>ptz_head</PTZConfigurationToken>"));
+  bodies.push_back(ptz("GetConfigurationOptions", "<ConfigurationToken>ptz_head</ConfigurationToken>"));
+  bodies.push_back(ptz("GetPresetTour", "<PresetTourToken>1</PresetTourToken>"));
+  bodies.push_back(ptz("OperatePresetTour", "<PresetTourToken>1</PresetTourToken><Operation>Start</Operation>"));
+  for (const std::string& body : bodies) {
+    HttpOut out = f.send(body);
+    pugi::xml_document doc;
+    ASSERT_TRUE(doc.load_string(out.body.c_str())) << body;
+    pugi::xml_node answer = doc.document_element().first_child().first_child();
+    std::string op = body.substr(1, body.find_first_of(" />") - 1);
+    EXPECT_EQ(out.status, 200) << body << "\n" << out.body;
+    EXPECT_EQ(std::string(local_name(answer)), op + "Response") << out.body;
+    EXPECT_LT(out.body.size(), 64u * 1024);
+  }
+}
+
+TEST(OnvifAuth, RefusesSkewReplayAndWrongDigestAcceptsReplayedReads) {
+  Fixture f;
+  std::string now = Fixture::now();
+  auto send = [&](const std::string& header, const std::string& body) {
+    return f.service.handle(HttpIn{"cam:8000", "", "POST"}, envelope_of(header, body));
+  };
+  std::string stop = ptz("Stop", ""), status = ptz("GetStatus", "");
+  // The clock is open to everyone; everything else is not.
+  EXPECT_EQ(send("", "<GetSystemDateAndTime xmlns=\"http://www.onvif.org/ver10/device/wsdl\"/>").status, 200);
+  EXPECT_EQ(send(security("a", utc_time_text(time(nullptr) - 301)), stop).status, 400);
+  EXPECT_EQ(send(security("b", utc_time_text(time(nullptr) + 301)), stop).status, 400);
+  EXPECT_EQ(send(security("c", now, "wrong"), stop).status, 400);
+  EXPECT_TRUE(f.bus.writes.empty());
+  EXPECT_EQ(send(security("d", now), stop).status, 200);
+  HttpOut replay = send(security("d", now), stop);
+  EXPECT_EQ(replay.status, 400);
+  EXPECT_NE(replay.body.find("ter:NotAuthorized"), std::string::npos);
+  EXPECT_EQ(f.bus.writes.size(), 1u);
+  EXPECT_EQ(send(security("d", now), status).status, 200);  // a replayed read shows nothing new
+  EXPECT_EQ(send(security("d", now), status).status, 200);
+
+  // HTTP Digest: a challenge with realm first, then the answer a client computes.
+  HttpOut challenge = send("", status);
+  ASSERT_EQ(challenge.status, 401);
+  ASSERT_EQ(challenge.www_authenticate.rfind("Digest realm=\"", 0), 0u) << challenge.www_authenticate;
+  std::string nonce = f.auth.make_nonce(time(nullptr));
+  auto md5 = [](const std::string& s) {  // as a client computes it
+    unsigned char out[16];
+    unsigned int n = 0;
+    EVP_Digest(s.data(), s.size(), out, &n, EVP_md5(), nullptr);
+    char hex[33];
+    for (int i = 0; i < 16; ++i) snprintf(hex + 2 * i, 3, "%02x", out[i]);
+    return std::string(hex);
+  };
+  auto authorization = [&](const std::string& password, const std::string& nc) {
+    std::string ha1 = md5("admin:slewonvif:" + password), ha2 = md5("POST:/onvif/ptz_service");
+    return "Digest username=\"admin\",realm=\"slewonvif\",nonce=\"" + nonce + "\",uri=\"/onvif/ptz_service\",qop=auth,nc=" +
+           nc + ",cnonce=\"c1\",response=\"" + md5(ha1 + ":" + nonce + ":" + nc + ":c1:auth:" + ha2) + "\"";
+  };
+  auto digest = [&](const std::string& auth, const std::string& body) {
+    return f.service.handle(HttpIn{"cam:8000", auth, "POST"}, envelope_of("", body)).status;
+  };
+  EXPECT_EQ(digest("Basic YWRtaW46cGFzcw==", status), 401);  // answered with the challenge
+  EXPECT_EQ(digest(authorization(kPassword, "00000001"), stop), 200);
+  EXPECT_EQ(digest(authorization(kPassword, "00000001"), stop), 400);  // the same nonce count again
+  EXPECT_EQ(digest(authorization("wrong", "00000002"), stop), 400);
+  EXPECT_EQ(digest(authorization(kPassword, "00000003"), status), 200);
+  EXPECT_EQ(f.bus.writes.size(), 2u);
+}
+
+TEST(OnvifAuth, FirstStartMakesAPasswordOnceAndKeepsIt) {
+  std::string folder = testing::TempDir() + "onvif-credentials-" + std::to_string(getpid()) + "/cam";
+  Credentials first, again;
+  bool created = false;
+  std::string error;
+  ASSERT_TRUE(load_or_create_credentials(folder, "admin", &first, &created, &error)) << error;
+  EXPECT_TRUE(created);
+  EXPECT_GE(first.password.size(), 16u);
+  struct stat st {};
+  ASSERT_EQ(stat((folder + "/onvif-credentials").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  ASSERT_TRUE(load_or_create_credentials(folder, "admin", &again, &created, &error)) << error;
+  EXPECT_FALSE(created);
+  EXPECT_EQ(again.password, first.password);
+  std::filesystem::remove_all(folder.substr(0, folder.size() - 4));
+}
+
+TEST(OnvifMoves, EachRequestBecomesItsCommand) {
+  const std::string fov = "http://www.onvif.org/ver10/tptz/PanTiltSpaces/TranslationSpaceFov";
+  struct Case {
+    std::string body;
+    std::string command;  // the ptz.run_mode written
+  } cases[] = {
+      {ptz("ContinuousMove", "<Velocity><tt:PanTilt x=\"-0.5\" y=\"0\"/></Velocity>"), "manual:50,0,0"},
+      {ptz("ContinuousMove", "<Velocity><tt:PanTilt x=\"5E-1\" y=\"-1\"/><tt:Zoom x=\"-0.2\"/></Velocity>"),
+       "manual:-50,100,-1"},
+      {ptz("ContinuousMove", "<Velocity><tt:PanTilt x=\"-0\" y=\"0.001\"/></Velocity>"), "manual:0,-1,0"},
+      {ptz("AbsoluteMove", "<Position><tt:PanTilt x=\"1\" y=\"1\"/><tt:Zoom x=\"0.5\"/></Position>"), "abs:32767,0,8192"},
+      {ptz("AbsoluteMove", "<Position><tt:PanTilt x=\"-0.25\" y=\"-1\"/></Position>"), "abs:8192,21298,-1"},
+      {ptz("AbsoluteMove", "<Position><tt:Zoom x=\"1\"/></Position>"), "abs:-1,-1,16384"},
+      {ptz("RelativeMove", "<Translation><tt:PanTilt x=\"0.5\" y=\"-0.25\" space=\"" + fov + "\"/></Translation>"),
+       "view:7500,6250"},
+      {ptz("RelativeMove", "<Translation><tt:PanTilt x=\"0.5\" y=\"0.1\"/></Translation>"), "relative:-16384,-1065"},
+      {ptz("RelativeMove", "<Translation><tt:PanTilt x=\"-0.001\" y=\"0\"/><tt:Zoom x=\"0.25\"/></Translation>"),
+       "abs:133,5000,4096"},
+      {ptz("Stop", ""), "stop"},
+      {ptz("SetPreset", "<PresetName>gate, north</PresetName>"), "set_preset:id:1,name:gate, north"},
+      {ptz("SetPreset", "<PresetToken>1</PresetToken>"), "set_preset:id:1,name:gate, north"},
+      {ptz("GotoPreset", "<PresetToken>1</PresetToken>"), "go_preset:1"},
+      {ptz("RemovePreset", "<PresetToken>1</PresetToken>"), "clr_preset:1"},
+      {ptz("SetHomePosition", ""), "set_preset:id:512,name:home"},
+      {ptz("GotoHomePosition", ""), "go_preset:512"},
+  };
+  Fixture f;
+  for (const Case& c : cases) {
+    f.bus.writes.clear();
+    HttpOut out = f.send(c.body);
+    EXPECT_EQ(out.status, 200) << c.body << "\n" << out.body;
+    ASSERT_FALSE(f.bus.writes.empty()) << c.body;
+    EXPECT_EQ(f.bus.writes.back(), "ptz.run_mode=" + c.command) << c.body;
+  }
+  // Stop of one axis leaves the other moving.
+  f.send(ptz("ContinuousMove", "<Velocity><tt:PanTilt x=\"0.2\" y=\"0\"/><tt:Zoom x=\"1\"/></Velocity>"));
+  f.send(ptz("Stop", "<PanTilt>false</PanTilt><Zoom>true</Zoom>"));
+  EXPECT_EQ(f.bus.writes.back(), "ptz.run_mode=manual:-20,0,0");
+  f.send(ptz("Stop", "<PanTilt>true</PanTilt><Zoom>false</Zoom>"));
+  EXPECT_EQ(f.bus.writes.back(), "ptz.run_mode=stop");
+  // A Speed sets the move speed in speed units.
+  f.send(ptz("AbsoluteMove", "<Position><tt:PanTilt x=\"0\" y=\"0\"/></Position><Speed><tt:PanTilt x=\"0.5\" y=\"0.5\"/></Speed>"));
+  EXPECT_EQ(f.bus.writes[f.bus.writes.size() - 2], "ptz.system.max_speed=375");
+}
+
+TEST(OnvifSpaces, EveryStepRoundTripsAndNoNumberEscapesItsRange) {
+  for (int s = 0; s < kTurnSteps; ++s) ASSERT_EQ(pan_to_steps(steps_to_pan(s)), s);
+  for (int s = 0; s <= kTiltDownSteps; ++s) ASSERT_EQ(tilt_to_steps(steps_to_tilt(s)), s);
+  for (int s = 0; s <= kZoomMax; ++s) ASSERT_EQ(zoom_to_lens(lens_to_zoom(s)), s);
+  for (double v = -1; v <= 1; v += 1e-4) {
+    double d = std::abs(steps_to_pan(pan_to_steps(v)) - v);
+    ASSERT_LE(std::min(d, 2 - d), 1.0 / 32767.5) << v;  // -1 and 1 are the same direction
+    ASSERT_LE(std::abs(steps_to_tilt(tilt_to_steps(v)) - v), 1.0 / 21298) << v;
+    ASSERT_GE(pan_to_steps(v), 0);
+    ASSERT_LT(pan_to_steps(v), kTurnSteps);
+  }
+  long ms = 0;
+  EXPECT_TRUE(parse_duration("PT1M0.5S", &ms));
+  EXPECT_EQ(ms, 60500);
+  EXPECT_FALSE(parse_duration("PT1E9S", &ms));
+  EXPECT_FALSE(parse_duration("P1D", &ms));
+}
+
+TEST(OnvifStatus, IdleOnlyOnceThePositionIsFinal) {
+  HeadState head;
+  Clock::time_point t0 = Clock::now();
+  using std::chrono::milliseconds;
+  head.on_link(true, {{"ptz.status", "4"}}, t0);
+  EXPECT_TRUE(head.read(t0 + milliseconds(1000)).pan_tilt_moving);
+  // The end of a move: status 0, then its last position within 100 ms.
+  head.on_change("ptz.status", "0", t0 + milliseconds(1000));
+  EXPECT_TRUE(head.read(t0 + milliseconds(1050)).pan_tilt_moving);
+  head.on_change("ptz.pan_pos", "1234", t0 + milliseconds(1090));
+  EXPECT_TRUE(head.read(t0 + milliseconds(1300)).pan_tilt_moving);
+  HeadReading r = head.read(t0 + milliseconds(1090) + HeadState::kQuiet);
+  EXPECT_FALSE(r.pan_tilt_moving);
+  EXPECT_EQ(r.pan, 1234);
+  // A command of ours counts as motion before the daemon's first write.
+  head.note_command(true, t0 + milliseconds(2000));
+  EXPECT_TRUE(head.read(t0 + milliseconds(2010)).pan_tilt_moving);
+  EXPECT_TRUE(head.read(t0 + milliseconds(2010)).zoom_moving);
+  head.on_change("ptz.status", "32", t0 + milliseconds(3000));
+  EXPECT_EQ(head.read(t0 + milliseconds(3000)).error, "the head is initialising");
+}
+
+TEST(OnvifDiscovery, AnswersProbesForItsTypesOnly) {
+  DiscoveryInfo info{"urn:uuid:11111111-2222-4333-8444-555555555555", "cam", 8000};
+  auto probe = [](const std::string& types) {
+    return "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\" xmlns:a=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\""
+           " xmlns:d=\"http://schemas.xmlsoap.org/ws/2005/04/discovery\" xmlns:dn=\"http://www.onvif.org/ver10/network/wsdl\">"
+           "<s:Header><a:MessageID>urn:uuid:abc</a:MessageID></s:Header><s:Body><d:Probe>" + types +
+           "</d:Probe></s:Body></s:Envelope>";
+  };
+  std::string answer;
+  ASSERT_TRUE(probe_answer(probe("<d:Types>dn:NetworkVideoTransmitter</d:Types>"), info, "10.0.0.5", &answer));
+  EXPECT_NE(answer.find("<wsa:RelatesTo>urn:uuid:abc</wsa:RelatesTo>"), std::string::npos);
+  EXPECT_NE(answer.find("http://10.0.0.5:8000/onvif/device_service"), std::string::npos);
+  EXPECT_TRUE(probe_answer(probe(""), info, "10.0.0.5", &answer));
+  EXPECT_FALSE(probe_answer(probe("<d:Types>dn:Printer</d:Types>"), info, "10.0.0.5", &answer));
+  EXPECT_FALSE(probe_answer("<d:Probe/>", info, "10.0.0.5", &answer));
+}
+
+}  // namespace
+}  // namespace onvif
