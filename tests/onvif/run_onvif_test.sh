@@ -6,7 +6,9 @@
 # ffprobe cannot be installed.
 #
 # run_onvif_test.sh BUILD_FOLDER
-set -euo pipefail
+set -Eeuo pipefail
+# A command that stops this script under set -e names itself.
+trap 'echo "FAIL: $(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?"' ERR
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "$1" && pwd)
 
