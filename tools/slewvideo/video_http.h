@@ -15,7 +15,7 @@ namespace slewvideo {
 
 constexpr int kHttpThreads = 8;   // requests served at once, MJPEG streams included
 constexpr int kHttpQueued = 16;   // accepted connections waiting for a thread
-constexpr int kMaxMjpeg = 4;      // MJPEG streams at once; a fifth gets 503
+constexpr int kMaxMjpeg = 6;      // MJPEG streams at once; a seventh gets 503
 
 class VideoHttp {
  public:
