@@ -4,6 +4,12 @@
 #include "rtsp_server.h"
 
 namespace slewvideo {
+
+std::string encoder_line(int fps) {
+  return "videoconvert ! video/x-raw,format=I420 ! x264enc tune=zerolatency speed-preset=ultrafast bitrate=2000 "
+         "key-int-max=" + std::to_string(fps) + " ! video/x-h264,profile=constrained-baseline";
+}
+
 namespace {
 
 // The appsrc holds at most two frames and drops the older when the encoder
@@ -13,9 +19,8 @@ std::string launch_line(int width, int height, int fps) {
   snprintf(caps, sizeof caps, "video/x-raw,format=BGRx,width=%d,height=%d,framerate=%d/1", width, height, fps);
   return std::string("( appsrc name=src is-live=true format=time do-timestamp=true block=false max-buffers=2 "
                      "leaky-type=downstream max-bytes=0 caps=\"") +
-         caps + "\" ! queue max-size-buffers=2 leaky=downstream ! videoconvert ! video/x-raw,format=I420 ! " +
-         "x264enc tune=zerolatency speed-preset=ultrafast bitrate=2000 key-int-max=" + std::to_string(fps) +
-         " ! video/x-h264,profile=constrained-baseline ! rtph264pay name=pay0 pt=96 config-interval=1 )";
+         caps + "\" ! queue max-size-buffers=2 leaky=downstream ! " + encoder_line(fps) +
+         " ! rtph264pay name=pay0 pt=96 config-interval=1 )";
 }
 
 // Releases the frame a buffer wraps.

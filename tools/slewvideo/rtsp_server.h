@@ -16,6 +16,10 @@ namespace slewvideo {
 
 constexpr int kMaxRtspClients = 8;  // RTSP connections at once; a ninth is closed
 
+// The encoder's part of the pipeline, from raw frames to H.264 (a software
+// encoder tuned for latency: no look-ahead, no B-frames, a key frame a second).
+std::string encoder_line(int fps);
+
 class RtspServer {
  public:
   RtspServer(std::string host, int port, int width, int height, int fps);
