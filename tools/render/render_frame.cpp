@@ -3,6 +3,7 @@
 // mark and the camera's overlay texts.
 #include <cairo.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "render/scene.h"
@@ -26,10 +27,12 @@ void colour(cairo_t* cr, unsigned rgb) {
   cairo_set_source_rgb(cr, ((rgb >> 16) & 255) / 255.0, ((rgb >> 8) & 255) / 255.0, (rgb & 255) / 255.0);
 }
 
-// A direction's point in pixels, or none behind the camera.
+// A direction's point in pixels, or none behind the camera. Points far out
+// of the picture are held within cairo's fixed-point range.
 std::optional<Point> at(const Canvas& c, const View& view, double pan, double tilt) {
   std::optional<Point> p = project(pan, tilt, view);
-  if (p) *p = Point{p->x / 10000 * c.w, p->y / 10000 * c.h};
+  const double limit = 64 * (c.w + c.h);
+  if (p) *p = Point{std::clamp(p->x / 10000 * c.w, -limit, limit), std::clamp(p->y / 10000 * c.h, -limit, limit)};
   return p;
 }
 

@@ -14,10 +14,12 @@ namespace {
 
 // The appsrc holds at most two frames and drops the older when the encoder
 // falls behind, so a slow encode never grows memory or delays the renderer.
+// Frames carry the time of their tick (see push), not of their arrival: a
+// decoder reads the exact rate, and a frame the clock skipped shows as a gap.
 std::string launch_line(int width, int height, int fps) {
   char caps[128];
   snprintf(caps, sizeof caps, "video/x-raw,format=BGRx,width=%d,height=%d,framerate=%d/1", width, height, fps);
-  return std::string("( appsrc name=src is-live=true format=time do-timestamp=true block=false max-buffers=2 "
+  return std::string("( appsrc name=src is-live=true format=time do-timestamp=false block=false max-buffers=2 "
                      "leaky-type=downstream max-bytes=0 caps=\"") +
          caps + "\" ! queue max-size-buffers=2 leaky=downstream ! " + encoder_line(fps) +
          " ! rtph264pay name=pay0 pt=96 config-interval=1 )";
@@ -66,12 +68,15 @@ bool RtspServer::start(std::string* error) {
   return true;
 }
 
-void RtspServer::push(const std::shared_ptr<const render::Frame>& frame) {
+void RtspServer::push(const std::shared_ptr<const render::Frame>& frame, int64_t tick) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (!appsrc_) return;
+  if (first_tick_ < 0) first_tick_ = tick;
   auto* keep = new std::shared_ptr<const render::Frame>(frame);
   GstBuffer* buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, const_cast<uint8_t*>(frame->bgrx.data()),
                                                   frame->bgrx.size(), 0, frame->bgrx.size(), keep, release_frame);
+  GST_BUFFER_PTS(buffer) = gst_util_uint64_scale_int(tick - first_tick_, GST_SECOND, fps_);
+  GST_BUFFER_DURATION(buffer) = gst_util_uint64_scale_int(1, GST_SECOND, fps_);
   gst_app_src_push_buffer(GST_APP_SRC(appsrc_), buffer);
 }
 
@@ -107,6 +112,7 @@ void RtspServer::on_media_configure(GstRTSPMediaFactory*, GstRTSPMedia* media, g
   if (s->appsrc_) gst_object_unref(s->appsrc_);
   s->appsrc_ = src;
   s->media_ = media;
+  s->first_tick_ = -1;
 }
 
 void RtspServer::on_unprepared(GstRTSPMedia* media, gpointer self) {

@@ -29,8 +29,9 @@ class RtspServer {
   bool start(std::string* error);
   // The port it listens on (the chosen one when 0 was asked for).
   int port() const { return port_; }
-  // Hands a frame to the encoder while anyone watches; never waits.
-  void push(const std::shared_ptr<const render::Frame>& frame);
+  // Hands the frame of clock tick number tick to the encoder while anyone
+  // watches; never waits.
+  void push(const std::shared_ptr<const render::Frame>& frame, int64_t tick);
   // Ends serving.
   void stop();
 
@@ -50,6 +51,7 @@ class RtspServer {
   std::mutex mutex_;               // guards appsrc_ and media_
   GstElement* appsrc_ = nullptr;   // the shared media's source while it is prepared
   GstRTSPMedia* media_ = nullptr;  // the media appsrc_ belongs to (not a reference)
+  int64_t first_tick_ = -1;        // the tick of the media's first frame, its time 0
   std::atomic<int> clients_{0};
 };
 

@@ -110,11 +110,15 @@ void frame_clock(int fps, slewvideo::Picture& picture, slewvideo::RtspServer& rt
   using clock = std::chrono::steady_clock;
   const auto period = std::chrono::duration_cast<clock::duration>(std::chrono::duration<double>(1.0 / fps));
   auto next = clock::now();
-  while (!stop) {
-    rtsp.push(picture.render_next());
+  for (int64_t tick = 0; !stop; ++tick) {
+    rtsp.push(picture.render_next(), tick);
     next += period;
     auto now = clock::now();
-    if (now > next + kCatchUp * period) next = now;
+    if (now > next + kCatchUp * period) {
+      int64_t behind = (now - next) / period;  // ticks skipped, so the stream shows the gap
+      tick += behind;
+      next += behind * period;
+    }
     std::this_thread::sleep_until(next);
   }
 }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "picture.h"
+#include "request_guard.h"
 
 namespace httplib {
 class Server;
@@ -25,7 +26,7 @@ class VideoHttp {
   // Binds to host:port (0: any free port); false with a reason.
   bool bind(const std::string& host, int port, std::string* error);
   // The bound port.
-  int port() const { return port_; }
+  int port() const;
   // Serves until stop().
   void serve();
   void stop();
@@ -33,7 +34,7 @@ class VideoHttp {
  private:
   Picture& picture_;
   std::unique_ptr<httplib::Server> server_;
-  int port_ = 0;
+  slewweb::ServedAddress served_;  // what the Host of a request must name
   std::atomic<int> streams_{0};
 };
 
