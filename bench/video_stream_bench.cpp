@@ -6,12 +6,17 @@
 //  - frames dropped in a minute of continuous motion (gaps in the stream's
 //    timestamps, and frames received against those due);
 //  - the lag from a write of ptz.pan_pos to the first decoded frame that
-//    shows it, in frames (median and p99).
+//    shows it, in frames (median and p99);
+//  - a stalled client (it plays over TCP, then never reads): the frames the
+//    healthy client still gets, and slewvideo's resident memory meanwhile.
 //
 // video_stream_bench [SECONDS_PER_CPU_WINDOW [LAG_TRIALS]]
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <atomic>
 #include <chrono>
@@ -200,6 +205,85 @@ void Lag(buslink::BusLink& bus, Client& client, int trials) {
          Quantile(lags, 0.99) / kPeriodMs);
 }
 
+// Reads one RTSP answer (headers and body) from fd; empty on failure.
+std::string ReadAnswer(int fd) {
+  std::string text;
+  char buf[4096];
+  for (;;) {
+    size_t end = text.find("\r\n\r\n");
+    if (end != std::string::npos) {
+      size_t at = text.find("Content-Length: ");
+      size_t body = at == std::string::npos || at > end ? 0 : std::stoul(text.substr(at + 16));
+      if (text.size() >= end + 4 + body) return text;
+    }
+    ssize_t n = recv(fd, buf, sizeof buf, 0);
+    if (n <= 0) return "";
+    text.append(buf, n);
+  }
+}
+
+// A client that asks for the stream over TCP and then never reads: its
+// socket; -1 when the server did not let it play.
+int StalledClient(const std::string& url) {
+  int port = std::stoi(url.substr(url.rfind(':') + 1));
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  int small = 4096;
+  setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(port);
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(fd, (sockaddr*)&addr, sizeof addr) != 0) return -1;
+  auto ask = [&](const std::string& request) {
+    return send(fd, request.data(), request.size(), 0) == (ssize_t)request.size() ? ReadAnswer(fd) : "";
+  };
+  std::string sdp = ask("DESCRIBE " + url + " RTSP/1.0\r\nCSeq: 1\r\nAccept: application/sdp\r\n\r\n");
+  size_t at = sdp.rfind("a=control:");
+  if (at == std::string::npos) return -1;
+  std::string control = sdp.substr(at + 10, sdp.find('\r', at) - at - 10);
+  if (control.rfind("rtsp://", 0) != 0) control = url + "/" + control;
+  std::string setup = ask("SETUP " + control + " RTSP/1.0\r\nCSeq: 2\r\n"
+                          "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n\r\n");
+  at = setup.find("Session: ");
+  if (at == std::string::npos) return -1;
+  std::string session = setup.substr(at + 9, setup.find_first_of(";\r", at) - at - 9);
+  std::string play = "PLAY " + url + " RTSP/1.0\r\nCSeq: 3\r\nSession: " + session + "\r\n\r\n";
+  if (send(fd, play.data(), play.size(), 0) != (ssize_t)play.size()) return -1;
+  return fd;
+}
+
+// Resident memory of a process in KiB; -1 when gone.
+long ResidentKiB(pid_t pid) {
+  std::string status = ReadFile("/proc/" + std::to_string(pid) + "/status");
+  size_t at = status.find("VmRSS:");
+  return at == std::string::npos ? -1 : std::stol(status.substr(at + 6));
+}
+
+// The healthy client's frames and slewvideo's memory while another client stalls.
+void Stalled(const std::string& url, pid_t video, Client& client, int seconds) {
+  int fd = StalledClient(url);
+  if (fd < 0) {
+    printf("stalled client: the server did not let it play\n");
+    return;
+  }
+  sleep(2);
+  long before = ResidentKiB(video);
+  size_t from = client.count();
+  Clock::time_point start = Clock::now();
+  long most = before;
+  for (int s = 0; s < seconds; ++s) {
+    sleep(1);
+    most = std::max(most, ResidentKiB(video));
+  }
+  std::vector<Seen> seen = client.since(from);
+  double span = seen.size() > 1 ? seen.back().pts_ms - seen.front().pts_ms : 0;
+  long due = std::lround(span / kPeriodMs) + 1;
+  printf("a client stalled for %.0f s: the other client received %zu of %ld frames due; slewvideo resident "
+         "%ld KiB before, at most %ld KiB during\n",
+         std::chrono::duration<double>(Clock::now() - start).count(), seen.size(), due, before, most);
+  close(fd);
+}
+
 // Waits until slewd has brought the head up.
 bool AwaitBringUp(buslink::BusLink& bus) {
   for (int i = 0; i < 600; ++i) {
@@ -258,6 +342,7 @@ int main(int argc, char** argv) {
     sleep(2);
 
     Lag(bus, client, trials);
+    Stalled(url, video, client, 30);
     status = client.count() > 0 ? 0 : 1;
   }
   kill(video, SIGTERM);

@@ -36,8 +36,11 @@ class RtspServer {
   void stop();
 
  private:
+  // The shared media was made for its first client: frames go to its appsrc.
   static void on_media_configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer self);
+  // The last client left and the media stopped: frames go nowhere.
   static void on_unprepared(GstRTSPMedia* media, gpointer self);
+  // Counts connections and closes those over the bound.
   static void on_client_connected(GstRTSPServer*, GstRTSPClient* client, gpointer self);
   static void on_client_closed(GstRTSPClient*, gpointer self);
 

@@ -29,6 +29,7 @@ class VideoHttp {
   int port() const;
   // Serves until stop().
   void serve();
+  // Ends serve() from another thread.
   void stop();
 
  private:
