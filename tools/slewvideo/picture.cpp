@@ -8,7 +8,7 @@ namespace slewvideo {
 namespace {
 
 constexpr int kJpegQuality = 85;
-constexpr size_t kPoolSize = 8;  // above the frames the encoder's queues and readers may hold
+constexpr size_t kPoolSize = 12;  // above the frames the encoder's queues and readers may hold
 
 // True for a key a frame shows.
 bool view_key(const std::string& key) {

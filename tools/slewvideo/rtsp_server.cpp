@@ -12,16 +12,17 @@ std::string encoder_line(int fps) {
 
 namespace {
 
-// The appsrc holds at most two frames and drops the older when the encoder
+// The appsrc and the queue behind it hold at most four frames each (together
+// half a second at 15 fps) and drop the oldest when the encoder
 // falls behind, so a slow encode never grows memory or delays the renderer.
 // Frames carry the time of their tick (see push), not of their arrival: a
 // decoder reads the exact rate, and a frame the clock skipped shows as a gap.
 std::string launch_line(int width, int height, int fps) {
   char caps[128];
   snprintf(caps, sizeof caps, "video/x-raw,format=BGRx,width=%d,height=%d,framerate=%d/1", width, height, fps);
-  return std::string("( appsrc name=src is-live=true format=time do-timestamp=false block=false max-buffers=2 "
+  return std::string("( appsrc name=src is-live=true format=time do-timestamp=false block=false max-buffers=4 "
                      "leaky-type=downstream max-bytes=0 caps=\"") +
-         caps + "\" ! queue max-size-buffers=2 leaky=downstream ! " + encoder_line(fps) +
+         caps + "\" ! queue max-size-buffers=4 leaky=downstream ! " + encoder_line(fps) +
          " ! rtph264pay name=pay0 pt=96 config-interval=1 )";
 }
 

@@ -31,7 +31,7 @@ constexpr const char* kUsage =
     "  --fps   frames a second, 1 to 30 (default 15)\n"
     "  port 0: any free port; the URLs chosen are printed as 'rtsp URL' and 'http URL'\n";
 
-constexpr int kCatchUp = 4;  // frames a late frame clock may still make up
+constexpr int kCatchUp = 8;  // frames a late frame clock may still make up
 
 struct Options {
   slewweb::ServedAddress rtsp{"127.0.0.1", 8554};
