@@ -54,7 +54,8 @@ class RtspServer {
   std::mutex mutex_;               // guards appsrc_ and media_
   GstElement* appsrc_ = nullptr;   // the shared media's source while it is prepared
   GstRTSPMedia* media_ = nullptr;  // the media appsrc_ belongs to (not a reference)
-  int64_t first_tick_ = -1;        // the tick of the media's first frame, its time 0
+  int64_t first_tick_ = -1;        // the tick of the media's first frame
+  GstClockTime first_time_ = 0;    // that frame's running time
   std::atomic<int> clients_{0};
 };
 
