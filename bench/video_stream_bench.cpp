@@ -259,13 +259,17 @@ long ResidentKiB(pid_t pid) {
   return at == std::string::npos ? -1 : std::stol(status.substr(at + 6));
 }
 
-// The healthy client's frames and slewvideo's memory while another client stalls.
-void Stalled(const std::string& url, pid_t video, Client& client, int seconds) {
+// The healthy client's frames and slewvideo's memory while another client
+// stalls, with the head turning so that the stream carries a full picture's
+// worth of change every frame.
+void Stalled(buslink::BusLink& bus, const std::string& url, pid_t video, Client& client, int seconds) {
   int fd = StalledClient(url);
   if (fd < 0) {
     printf("stalled client: the server did not let it play\n");
     return;
   }
+  std::string error;
+  bus.set("ptz.run_mode", "manual:30,0,0", &error);
   sleep(2);
   long before = ResidentKiB(video);
   size_t from = client.count();
@@ -278,9 +282,10 @@ void Stalled(const std::string& url, pid_t video, Client& client, int seconds) {
   std::vector<Seen> seen = client.since(from);
   double span = seen.size() > 1 ? seen.back().pts_ms - seen.front().pts_ms : 0;
   long due = std::lround(span / kPeriodMs) + 1;
-  printf("a client stalled for %.0f s: the other client received %zu of %ld frames due; slewvideo resident "
-         "%ld KiB before, at most %ld KiB during\n",
+  printf("a client stalled for %.0f s, head turning: the other client received %zu of %ld frames due; slewvideo "
+         "resident %ld KiB before, at most %ld KiB during\n",
          std::chrono::duration<double>(Clock::now() - start).count(), seen.size(), due, before, most);
+  bus.set("ptz.run_mode", "stop", &error);
   close(fd);
 }
 
@@ -342,7 +347,7 @@ int main(int argc, char** argv) {
     sleep(2);
 
     Lag(bus, client, trials);
-    Stalled(url, video, client, 30);
+    Stalled(bus, url, video, client, 30);
     status = client.count() > 0 ? 0 : 1;
   }
   kill(video, SIGTERM);
