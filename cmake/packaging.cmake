@@ -1,5 +1,5 @@
 # The Debian package: programs, manual pages and docs (whatever the install
-# rules put in place), and systemd units for slewd and slewweb.
+# rules put in place), and systemd units for slewd, slewweb and slewvideo.
 #   cpack -G DEB --config build/CPackConfig.cmake   (or: ninja -C build package)
 include(GNUInstallDirs)
 
@@ -43,6 +43,16 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS adduser)
 # slewsim draws its plots with gnuplot; everything else runs without it.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS gnuplot-nox)
+# The simulated camera's video goes in when its program is part of the build;
+# its GStreamer elements are plugins, which dpkg-shlibdeps cannot see.
+if(TARGET slewvideo)
+  install(TARGETS slewvideo DESTINATION bin)
+  install(FILES docs/man/slewvideo.1 DESTINATION share/man/man1)
+  configure_file(packaging/systemd/slewvideo.service.in systemd/slewvideo.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/systemd/slewvideo.service DESTINATION ${SLEWD_UNIT_DIR})
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS
+    "adduser, gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-plugins-ugly")
+endif()
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${PROJECT_SOURCE_DIR}/packaging/debian/postinst ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

@@ -10,7 +10,8 @@ seconds=${1:-60}
 dir="$root/build-test/fuzz"
 # target:seed folder under tests/fuzz:longest input
 targets=(command_fuzz:seeds:600 srecord_fuzz:srecord_seeds:4096 listener_fuzz:listener_seeds:1024
-  protocol_fuzz:protocol_seeds:2048 onvif_soap_fuzz:onvif_soap_seeds:4096 onvif_digest_fuzz:onvif_digest_seeds:2048)
+  protocol_fuzz:protocol_seeds:2048 onvif_soap_fuzz:onvif_soap_seeds:4096 onvif_digest_fuzz:onvif_digest_seeds:2048
+  render_fuzz:render_seeds:2048)
 mkdir -p "$dir"
 if ! { CC=clang CXX=clang++ cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
          -DSLEWD_FUZZ=ON -DBUILD_TESTING=OFF && ninja -C "$dir" "${targets[@]%%:*}"; } >"$dir/build.log" 2>&1; then
@@ -18,6 +19,8 @@ if ! { CC=clang CXX=clang++ cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TY
   echo "fuzz.sh: the fuzz build failed; full log: $dir/build.log" >&2
   exit 1
 fi
+# The renderer's font library keeps its configuration until exit on purpose.
+export LSAN_OPTIONS="suppressions=$root/tests/fuzz/lsan.supp"
 share=$(( seconds / ${#targets[@]} ))
 [ "$share" -ge 1 ] || share=1
 status=0

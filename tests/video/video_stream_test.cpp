@@ -165,6 +165,15 @@ class VideoStream : public SlewdProcess {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
   }
+  // Waits until the head stands: status 0 and the same published position 300 ms apart.
+  void AwaitStill() {
+    for (int i = 0; i < 60; ++i) {
+      std::string before = Get("ptz.pan_pos") + "," + Get("ptz.tilt_pos");
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      if (Get("ptz.status") == "0" && before == Get("ptz.pan_pos") + "," + Get("ptz.tilt_pos")) return;
+    }
+    ADD_FAILURE() << "the head never stood still";
+  }
   // The head view as published now.
   render::HeadView PublishedView() {
     std::map<std::string, std::string> bus;
@@ -244,7 +253,7 @@ TEST_F(VideoStream, ShowsWhatTheHeadSeesAndOutlivesSlewd) {
   // A click on the Mast brings it to the centre, in the stream and the snapshot.
   auto mast = render::project(kLandmarks[0].pan, kLandmarks[0].tilt, view);
   ASSERT_EQ(Ctl({"run", "view:" + std::to_string(lround(mast->x)) + "," + std::to_string(lround(mast->y)), "--wait"}), 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));  // the last position is published within 100 ms
+  AwaitStill();
   for (const Rgb& pic : {Grab(), Snapshot()}) {
     auto found = Centroid(pic, kLandmarks[0]);
     ASSERT_TRUE(found);

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs slewweb's browser test: a real-time slewd on a fresh state folder,
-# slewweb on a free port, and the page driven in headless Chromium. Installs
+# slewvideo and slewweb on free ports, and the page driven in headless Chromium. Installs
 # Chromium and the npm packages first when missing; exits 77 (skipped) only
 # when Chromium cannot be installed.
 #
@@ -23,11 +23,12 @@ if [ ! -d "$here/node_modules/puppeteer-core" ]; then
 fi
 
 state=$(mktemp -d /tmp/slewweb-test.XXXXXX)
-slewd_pid="" web_pid="" node_pid=""
+slewd_pid="" video_pid="" web_pid="" node_pid=""
 # Ends what this script started, by process id, and removes the state folder.
 cleanup() {
   [ -n "$node_pid" ] && kill -- -"$node_pid" 2>/dev/null || true
   [ -n "$web_pid" ] && kill "$web_pid" 2>/dev/null || true
+  [ -n "$video_pid" ] && kill "$video_pid" 2>/dev/null || true
   [ -n "$slewd_pid" ] && kill "$slewd_pid" 2>/dev/null || true
   wait 2>/dev/null || true
   rm -rf "$state"
@@ -36,7 +37,21 @@ trap cleanup EXIT
 
 SLEWD_STATE="$state/cam" "$build/slewd" >"$state/slewd.out" 2>&1 &
 slewd_pid=$!
-SLEWD_STATE="$state/cam" "$build/slewweb" --listen 127.0.0.1:0 >"$state/slewweb.out" 2>&1 &
+# GStreamer keeps allocations for the life of the process on purpose: no leak report for slewvideo.
+SLEWD_STATE="$state/cam" ASAN_OPTIONS=detect_leaks=0 "$build/slewvideo" --rtsp 127.0.0.1:0 --http 127.0.0.1:0 \
+  >"$state/slewvideo.out" 2>&1 &
+video_pid=$!
+video=""
+for _ in $(seq 100); do
+  video=$(sed -n 's|^http http://||p' "$state/slewvideo.out")
+  [ -n "$video" ] && break
+  sleep 0.1
+done
+if [ -z "$video" ]; then
+  echo "slewvideo did not start:"; cat "$state/slewvideo.out"
+  exit 1
+fi
+SLEWD_STATE="$state/cam" "$build/slewweb" --listen 127.0.0.1:0 --video "$video" >"$state/slewweb.out" 2>&1 &
 web_pid=$!
 url=""
 for _ in $(seq 100); do

@@ -3,6 +3,7 @@
 // mark and the camera's overlay texts.
 #include <cairo.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "render/scene.h"
@@ -26,10 +27,12 @@ void colour(cairo_t* cr, unsigned rgb) {
   cairo_set_source_rgb(cr, ((rgb >> 16) & 255) / 255.0, ((rgb >> 8) & 255) / 255.0, (rgb & 255) / 255.0);
 }
 
-// A direction's point in pixels, or none behind the camera.
+// A direction's point in pixels, or none behind the camera. Points far out
+// of the picture are held within cairo's fixed-point range.
 std::optional<Point> at(const Canvas& c, const View& view, double pan, double tilt) {
   std::optional<Point> p = project(pan, tilt, view);
-  if (p) *p = Point{p->x / 10000 * c.w, p->y / 10000 * c.h};
+  const double limit = 64 * (c.w + c.h);
+  if (p) *p = Point{std::clamp(p->x / 10000 * c.w, -limit, limit), std::clamp(p->y / 10000 * c.h, -limit, limit)};
   return p;
 }
 
@@ -123,17 +126,23 @@ void draw_person(const Canvas& c, const View& view, Point person) {
 }
 
 // White text with a black outline, left-aligned at x or right-aligned to it.
+// The outline is the text drawn black around its place: glyphs come from
+// cairo's cache, where stroking the text's path would cost a third of a frame.
 void overlay_text(const Canvas& c, const std::string& text, double x, double y, bool right) {
   cairo_t* cr = c.cr;
   cairo_text_extents_t ext;
   cairo_text_extents(cr, text.c_str(), &ext);
-  cairo_move_to(cr, right ? x - ext.x_advance : x, y);
-  cairo_text_path(cr, text.c_str());
+  double left = right ? x - ext.x_advance : x, d = 1.5 * c.scale;
   colour(cr, 0x000000);
-  cairo_set_line_width(cr, 3 * c.scale);
-  cairo_stroke_preserve(cr);
+  for (int dx = -1; dx <= 1; ++dx) {
+    for (int dy = -1; dy <= 1; ++dy) {
+      cairo_move_to(cr, left + dx * d, y + dy * d);
+      cairo_show_text(cr, text.c_str());
+    }
+  }
   colour(cr, 0xffffff);
-  cairo_fill(cr);
+  cairo_move_to(cr, left, y);
+  cairo_show_text(cr, text.c_str());
 }
 
 // The centre mark, the overlay texts and, with slewd gone, the "no head" mark.
@@ -170,7 +179,7 @@ void render_frame(const HeadView& head, int width, int height, Frame* frame) {
   frame->width = width;
   frame->height = height;
   frame->stride = cairo_format_stride_for_width(CAIRO_FORMAT_RGB24, width);
-  frame->bgrx.resize((size_t)frame->stride * height);
+  frame->bgrx.resize((size_t)frame->stride * height);  // a reused frame keeps its memory
   cairo_surface_t* surface =
       cairo_image_surface_create_for_data(frame->bgrx.data(), CAIRO_FORMAT_RGB24, width, height, frame->stride);
   cairo_t* cr = cairo_create(surface);

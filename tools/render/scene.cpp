@@ -2,6 +2,7 @@
 // head view read from bus values.
 #include "render/scene.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -64,7 +65,7 @@ int pan_steps(double deg) {
   double d = fmod(fmod(deg, 360) + 360, 360);
   return (int)lround(d * kSteps / 360) % kSteps;
 }
-int tilt_steps(double deg) { return (int)lround((deg + 27) * kSteps / 360); }
+int tilt_steps(double deg) { return (int)lround(std::clamp((deg + 27) * kSteps / 360, -1e9, 1e9)); }
 
 HalfAngles half_angles(const Lens& lens) {
   double f = lens.focal > 0.1 ? lens.focal : lens.base_focal > 0.1 ? lens.base_focal : 6.5;
@@ -116,7 +117,7 @@ HeadView head_view(const std::map<std::string, std::string>& bus) {
   Lens lens;
   double wide = num(bus, "sim.lens.focal_wide", 4.7), tele = num(bus, "sim.lens.focal_tele", 94);
   double zoom_max = num(bus, "sim.lens.zoom_max", 16384);
-  lens.type = (int)num(bus, "sim.lens_type", 1);
+  lens.type = (int)std::clamp(num(bus, "sim.lens_type", 1), -1.0, 1000.0);  // only 0 and the table's types count
   lens.focal = wide + (tele - wide) * num(bus, "ptz.lens.get_pos.zoom", 0) / (zoom_max != 0 ? zoom_max : 16384);
   lens.base_focal = num(bus, "ptz.lens.base_focal_length", 0);
   lens.max_focal = num(bus, "ptz.lens.max_focal_length", 0);
@@ -132,7 +133,7 @@ HeadView head_view(const std::map<std::string, std::string>& bus) {
   head.view.half = half_angles(lens);
   head.view.mirror = text(bus, "image.cam1.mirror") == "on";
   head.view.flip = text(bus, "image.cam1.flip") == "on";
-  head.east = (int)num(bus, "ptz.system.east_pos", 0);
+  head.east = (int)fmod(num(bus, "ptz.system.east_pos", 0), kSteps);
   // sim.person is "PAN,TILT[,ZOOM]" in steps.
   std::string person = text(bus, "sim.person");
   char* end = nullptr;

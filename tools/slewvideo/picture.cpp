@@ -2,11 +2,13 @@
 #include "picture.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace slewvideo {
 namespace {
 
 constexpr int kJpegQuality = 85;
+constexpr size_t kPoolSize = 12;  // above the frames the encoder's queues and readers may hold
 
 // True for a key a frame shows.
 bool view_key(const std::string& key) {
@@ -23,7 +25,9 @@ Picture::~Picture() { tjDestroy(encoder_); }
 void Picture::update(const std::string& key, const std::string& value) {
   if (!view_key(key)) return;
   std::lock_guard<std::mutex> lock(mutex_);
-  keys_[key] = value;
+  std::string& held = keys_[key];
+  changed_ = changed_ || held != value;
+  held = value;
 }
 
 void Picture::replace(const std::map<std::string, std::string>& keys) {
@@ -32,10 +36,12 @@ void Picture::replace(const std::map<std::string, std::string>& keys) {
   for (const auto& [key, value] : keys) {
     if (view_key(key)) keys_[key] = value;
   }
+  changed_ = true;
 }
 
 void Picture::set_link(bool up) {
   std::lock_guard<std::mutex> lock(mutex_);
+  changed_ = changed_ || up_ != up;
   up_ = up;
 }
 
@@ -43,18 +49,35 @@ std::shared_ptr<const render::Frame> Picture::render_next() {
   render::HeadView head;
   {
     std::lock_guard<std::mutex> lock(mutex_);
+    if (!changed_ && frame_) {
+      ++number_;
+      newer_.notify_all();
+      return frame_;
+    }
+    changed_ = false;
     head = render::head_view(keys_);
     head.no_head = !up_;
   }
-  auto frame = std::make_shared<render::Frame>();
-  render::render_frame(head, width_, height_, frame.get());
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    frame_ = frame;
-    ++number_;
+  // Only this thread takes frames from the pool; a count of one means the pool alone holds it.
+  std::shared_ptr<render::Frame> frame;
+  for (const auto& spare : pool_) {
+    if (spare.use_count() == 1) {
+      std::atomic_thread_fence(std::memory_order_acquire);
+      frame = spare;
+      break;
+    }
   }
+  if (!frame) {
+    frame = std::make_shared<render::Frame>();
+    if (pool_.size() < kPoolSize) pool_.push_back(frame);
+  }
+  render::render_frame(head, width_, height_, frame.get());
+  std::lock_guard<std::mutex> lock(mutex_);
+  frame_ = frame;
+  ++number_;
+  ++drawn_;
   newer_.notify_all();
-  return frame;
+  return frame_;
 }
 
 std::shared_ptr<const render::Frame> Picture::current(uint64_t* number) const {
@@ -69,12 +92,18 @@ bool Picture::wait_newer(uint64_t after, std::chrono::milliseconds timeout) cons
 }
 
 std::shared_ptr<const std::string> Picture::jpeg(uint64_t* number) {
-  uint64_t n = 0;
-  std::shared_ptr<const render::Frame> frame = current(&n);
+  uint64_t n = 0, drawn = 0;
+  std::shared_ptr<const render::Frame> frame;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    n = number_;
+    drawn = drawn_;
+    frame = frame_;
+  }
   std::lock_guard<std::mutex> lock(jpeg_mutex_);
   if (number) *number = n;
   if (!frame) return nullptr;
-  if (jpeg_ && jpeg_number_ == n) return jpeg_;
+  if (jpeg_ && jpeg_drawn_ == drawn) return jpeg_;
   unsigned char* out = nullptr;
   unsigned long size = 0;
   if (tjCompress2(encoder_, frame->bgrx.data(), frame->width, frame->stride, frame->height, TJPF_BGRX, &out, &size,
@@ -82,7 +111,7 @@ std::shared_ptr<const std::string> Picture::jpeg(uint64_t* number) {
     return jpeg_;  // the last good one rather than nothing
   }
   jpeg_ = std::make_shared<const std::string>(reinterpret_cast<const char*>(out), size);
-  jpeg_number_ = n;
+  jpeg_drawn_ = drawn;
   tjFree(out);
   return jpeg_;
 }

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "render/scene.h"
 
@@ -28,7 +29,8 @@ class Picture {
   // Whether slewd answers; while not, frames carry the "no head" mark.
   void set_link(bool up);
 
-  // Draws the next frame from the latest state and makes it the current one.
+  // Draws the next frame from the latest state and makes it the current one;
+  // while nothing it shows has changed, the current frame is the next one too.
   std::shared_ptr<const render::Frame> render_next();
   // The current frame and its number (0: none yet).
   std::shared_ptr<const render::Frame> current(uint64_t* number) const;
@@ -48,12 +50,17 @@ class Picture {
   std::map<std::string, std::string> keys_;   // the view keys as last written
   bool up_ = false;
   bool closed_ = false;
+  bool changed_ = true;                       // something a frame shows changed since the last one
   std::shared_ptr<const render::Frame> frame_;
-  uint64_t number_ = 0;
+  uint64_t number_ = 0;                       // frames handed out, a drawn one repeated included
+  uint64_t drawn_ = 0;                        // frames drawn
+  // Frames to draw into again once nobody else holds them (the encoder's
+  // queue, a JPEG being made): no fresh megabyte from the allocator per frame.
+  std::vector<std::shared_ptr<render::Frame>> pool_;
   std::mutex jpeg_mutex_;                     // guards the encoder and the cached JPEG
   tjhandle encoder_;
   std::shared_ptr<const std::string> jpeg_;
-  uint64_t jpeg_number_ = 0;
+  uint64_t jpeg_drawn_ = 0;                   // the frame jpeg_ shows
 };
 
 }  // namespace slewvideo

@@ -4,18 +4,26 @@
 #include "rtsp_server.h"
 
 namespace slewvideo {
+
+std::string encoder_line(int fps) {
+  return "videoconvert ! video/x-raw,format=I420 ! x264enc tune=zerolatency speed-preset=ultrafast bitrate=2000 "
+         "key-int-max=" + std::to_string(fps) + " ! video/x-h264,profile=constrained-baseline";
+}
+
 namespace {
 
-// The appsrc holds at most two frames and drops the older when the encoder
-// falls behind, so a slow encode never grows memory or delays the renderer.
+// The appsrc holds at most eight frames (half a second at 15 fps) and drops
+// the oldest when the encoder falls behind, so a slow encode never grows
+// memory or delays the renderer. Frames carry the
+// time of their tick (see push), not of their arrival: a decoder reads the
+// exact rate, and a frame the clock skipped shows as a gap.
 std::string launch_line(int width, int height, int fps) {
   char caps[128];
   snprintf(caps, sizeof caps, "video/x-raw,format=BGRx,width=%d,height=%d,framerate=%d/1", width, height, fps);
-  return std::string("( appsrc name=src is-live=true format=time do-timestamp=true block=false max-buffers=2 "
+  return std::string("( appsrc name=src is-live=true format=time do-timestamp=false block=false max-buffers=8 "
                      "leaky-type=downstream max-bytes=0 caps=\"") +
-         caps + "\" ! queue max-size-buffers=2 leaky=downstream ! videoconvert ! video/x-raw,format=I420 ! " +
-         "x264enc tune=zerolatency speed-preset=ultrafast bitrate=2000 key-int-max=" + std::to_string(fps) +
-         " ! video/x-h264,profile=constrained-baseline ! rtph264pay name=pay0 pt=96 config-interval=1 )";
+         caps + "\" ! " + encoder_line(fps) +
+         " ! rtph264pay name=pay0 pt=96 config-interval=1 )";
 }
 
 // Releases the frame a buffer wraps.
@@ -61,12 +69,23 @@ bool RtspServer::start(std::string* error) {
   return true;
 }
 
-void RtspServer::push(const std::shared_ptr<const render::Frame>& frame) {
+void RtspServer::push(const std::shared_ptr<const render::Frame>& frame, int64_t tick) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (!appsrc_) return;
+  if (first_tick_ < 0) {
+    // Times start at the pipeline's running time of the media's first frame.
+    GstClock* clock = gst_element_get_clock(appsrc_);
+    if (!clock) return;
+    GstClockTime now = gst_clock_get_time(clock), base = gst_element_get_base_time(appsrc_);
+    gst_object_unref(clock);
+    first_tick_ = tick;
+    first_time_ = now > base ? now - base : 0;
+  }
   auto* keep = new std::shared_ptr<const render::Frame>(frame);
   GstBuffer* buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, const_cast<uint8_t*>(frame->bgrx.data()),
                                                   frame->bgrx.size(), 0, frame->bgrx.size(), keep, release_frame);
+  GST_BUFFER_PTS(buffer) = first_time_ + gst_util_uint64_scale_int(tick - first_tick_, GST_SECOND, fps_);
+  GST_BUFFER_DURATION(buffer) = gst_util_uint64_scale_int(1, GST_SECOND, fps_);
   gst_app_src_push_buffer(GST_APP_SRC(appsrc_), buffer);
 }
 
@@ -102,6 +121,7 @@ void RtspServer::on_media_configure(GstRTSPMediaFactory*, GstRTSPMedia* media, g
   if (s->appsrc_) gst_object_unref(s->appsrc_);
   s->appsrc_ = src;
   s->media_ = media;
+  s->first_tick_ = -1;
 }
 
 void RtspServer::on_unprepared(GstRTSPMedia* media, gpointer self) {

@@ -31,6 +31,8 @@ constexpr const char* kUsage =
     "  --fps   frames a second, 1 to 30 (default 15)\n"
     "  port 0: any free port; the URLs chosen are printed as 'rtsp URL' and 'http URL'\n";
 
+constexpr int kCatchUp = 8;  // frames a late frame clock may still make up
+
 struct Options {
   slewweb::ServedAddress rtsp{"127.0.0.1", 8554};
   slewweb::ServedAddress http{"127.0.0.1", 8081};
@@ -102,16 +104,21 @@ void follow_bus(buslink::BusLink& bus, slewvideo::Picture& picture) {
 }
 
 // Draws a frame every 1/fps seconds from the latest state and hands it to
-// the encoder; a tick missed (the machine was busy) is skipped, not caught up.
+// the encoder. A thread woken late (the machine was busy) catches up on the
+// frames due, up to kCatchUp of them; further behind, those are skipped.
 void frame_clock(int fps, slewvideo::Picture& picture, slewvideo::RtspServer& rtsp, const std::atomic<bool>& stop) {
   using clock = std::chrono::steady_clock;
   const auto period = std::chrono::duration_cast<clock::duration>(std::chrono::duration<double>(1.0 / fps));
   auto next = clock::now();
-  while (!stop) {
-    rtsp.push(picture.render_next());
+  for (int64_t tick = 0; !stop; ++tick) {
+    rtsp.push(picture.render_next(), tick);
     next += period;
     auto now = clock::now();
-    if (now > next + period) next = now;
+    if (now > next + kCatchUp * period) {
+      int64_t behind = (now - next) / period;  // ticks skipped, so the stream shows the gap
+      tick += behind;
+      next += behind * period;
+    }
     std::this_thread::sleep_until(next);
   }
 }

@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "request_guard.h"
 #include "worker_pool.h"
 
 namespace slewvideo {
@@ -28,6 +29,13 @@ VideoHttp::VideoHttp(Picture& picture) : picture_(picture), server_(std::make_un
   // A stalled MJPEG reader is cut off after this long rather than held forever.
   s.set_write_timeout(2, 0);
   s.set_default_headers({{"Cache-Control", "no-store"}, {"X-Content-Type-Options", "nosniff"}});
+  // A request must name the served address, so that a foreign site cannot
+  // read the picture through DNS rebinding.
+  s.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
+    if (slewweb::host_allowed(served_, req.get_header_value("Host"))) return httplib::Server::HandlerResponse::Unhandled;
+    answer(res, 403, "Host does not name this server");
+    return httplib::Server::HandlerResponse::Handled;
+  });
   s.Get("/snapshot.jpg", [this](const httplib::Request&, httplib::Response& res) {
     std::shared_ptr<const std::string> jpeg = picture_.jpeg(nullptr);
     if (!jpeg) return answer(res, 503, "no frame yet");
@@ -59,11 +67,14 @@ VideoHttp::VideoHttp(Picture& picture) : picture_(picture), server_(std::make_un
 VideoHttp::~VideoHttp() = default;
 
 bool VideoHttp::bind(const std::string& host, int port, std::string* error) {
-  port_ = port == 0 ? server_->bind_to_any_port(host) : (server_->bind_to_port(host, port) ? port : -1);
-  if (port_ > 0) return true;
+  int bound = port == 0 ? server_->bind_to_any_port(host) : (server_->bind_to_port(host, port) ? port : -1);
+  served_ = {host, bound};
+  if (bound > 0) return true;
   *error = "cannot listen for HTTP on " + host + ":" + std::to_string(port) + " (" + strerror(errno) + ")";
   return false;
 }
+
+int VideoHttp::port() const { return served_.port; }
 
 void VideoHttp::serve() { server_->listen_after_bind(); }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "picture.h"
+#include "request_guard.h"
 
 namespace httplib {
 class Server;
@@ -15,7 +16,7 @@ namespace slewvideo {
 
 constexpr int kHttpThreads = 8;   // requests served at once, MJPEG streams included
 constexpr int kHttpQueued = 16;   // accepted connections waiting for a thread
-constexpr int kMaxMjpeg = 4;      // MJPEG streams at once; a fifth gets 503
+constexpr int kMaxMjpeg = 6;      // MJPEG streams at once; a seventh gets 503
 
 class VideoHttp {
  public:
@@ -25,15 +26,16 @@ class VideoHttp {
   // Binds to host:port (0: any free port); false with a reason.
   bool bind(const std::string& host, int port, std::string* error);
   // The bound port.
-  int port() const { return port_; }
+  int port() const;
   // Serves until stop().
   void serve();
+  // Ends serve() from another thread.
   void stop();
 
  private:
   Picture& picture_;
   std::unique_ptr<httplib::Server> server_;
-  int port_ = 0;
+  slewweb::ServedAddress served_;  // what the Host of a request must name
   std::atomic<int> streams_{0};
 };
 

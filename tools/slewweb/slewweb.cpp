@@ -18,11 +18,13 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: slewweb [--listen ADDR:PORT]\n"
-    "  serves the page on ADDR:PORT (default 127.0.0.1:8080; port 0: any free port)\n";
+    "usage: slewweb [--listen ADDR:PORT] [--video ADDR:PORT]\n"
+    "  serves the page on ADDR:PORT (default 127.0.0.1:8080; port 0: any free port)\n"
+    "  --video: the HTTP address of slewvideo, whose picture the page shows (default 127.0.0.1:8081)\n";
 
 // Reads the command line into the address to serve; false after a usage line.
-bool parse_args(int argc, char** argv, slewweb::ServedAddress* served, int* status) {
+bool parse_args(int argc, char** argv, slewweb::ServedAddress* served, slewweb::ServedAddress* video,
+                int* status) {
   *status = 2;
   for (int i = 1; i < argc; ++i) {
     std::string error;
@@ -38,6 +40,13 @@ bool parse_args(int argc, char** argv, slewweb::ServedAddress* served, int* stat
       }
       continue;
     }
+    if (strcmp(argv[i], "--video") == 0 && i + 1 < argc) {
+      if (strchr(argv[i + 1], ':') == nullptr || !slewweb::parse_listen(argv[++i], video, &error) || video->port == 0) {
+        fprintf(stderr, "slewweb: %s\n", error.empty() ? "--video needs ADDR:PORT with a port" : error.c_str());
+        return false;
+      }
+      continue;
+    }
     fprintf(stderr, "slewweb: unknown argument %s\n%s", argv[i], kUsage);
     return false;
   }
@@ -47,9 +56,9 @@ bool parse_args(int argc, char** argv, slewweb::ServedAddress* served, int* stat
 }  // namespace
 
 int main(int argc, char** argv) {
-  slewweb::ServedAddress served;
+  slewweb::ServedAddress served, video{"127.0.0.1", 8081};
   int status = 0;
-  if (!parse_args(argc, argv, &served, &status)) return status;
+  if (!parse_args(argc, argv, &served, &video, &status)) return status;
   std::string state, error;
   if (!sim::state_folder(&state, &error)) {
     fprintf(stderr, "slewweb: %s\n", error.c_str());
@@ -66,7 +75,7 @@ int main(int argc, char** argv) {
 
   buslink::BusLink bus(state);
   slewweb::EventHub hub(slewweb::kMaxListeners, slewweb::kMaxUnread);
-  slewweb::WebServer server(served, bus, hub);
+  slewweb::WebServer server(served, bus, hub, video);
   if (!server.bind(&error)) {
     fprintf(stderr, "slewweb: %s\n", error.c_str());
     return 1;

@@ -102,6 +102,27 @@ void handle_events(const BusLink& bus, EventHub& hub, httplib::Response& res) {
       [hub = &hub, sub](bool) { hub->unsubscribe(sub); });
 }
 
+// GET /video.mjpeg: slewvideo's MJPEG stream passed through on the page's own
+// origin, so the page keeps its Host and origin rules and needs no other site.
+void handle_video(const ServedAddress& video, std::atomic<int>& pictures, const std::atomic<bool>& stopping,
+                  httplib::Response& res) {
+  if (++pictures > kMaxPictures) {
+    --pictures;
+    return answer(res, 503, "too many pages showing the picture");
+  }
+  res.set_chunked_content_provider(
+      "multipart/x-mixed-replace; boundary=frame",  // slewvideo's boundary, passed on unchanged
+      [video, &stopping](size_t, httplib::DataSink& sink) {
+        httplib::Client upstream(video.host, video.port);
+        upstream.set_connection_timeout(1, 0);
+        upstream.set_read_timeout(5, 0);
+        upstream.Get("/mjpeg", [&](const char* data, size_t length) { return !stopping && sink.write(data, length); });
+        sink.done();  // slewvideo went away or the page left: the page asks again
+        return true;
+      },
+      [&pictures](bool) { --pictures; });
+}
+
 }  // namespace
 
 std::string snapshot_event(const BusLink& bus) {
@@ -118,8 +139,9 @@ std::string change_event(const std::string& key, const std::string& value) {
 
 std::string lost_event() { return "event: lost\ndata: {}\n\n"; }
 
-WebServer::WebServer(ServedAddress served, BusLink& bus, EventHub& hub)
-    : served_(std::move(served)), bus_(bus), hub_(hub), server_(std::make_unique<httplib::Server>()) {
+WebServer::WebServer(ServedAddress served, BusLink& bus, EventHub& hub, ServedAddress video)
+    : served_(std::move(served)), bus_(bus), hub_(hub), server_(std::make_unique<httplib::Server>()),
+      video_(std::move(video)) {
   install_routes();
 }
 
@@ -141,6 +163,9 @@ void WebServer::install_routes() {
     return httplib::Server::HandlerResponse::Handled;
   });
   s.Get("/api/events", [this](const httplib::Request&, httplib::Response& res) { handle_events(bus_, hub_, res); });
+  s.Get("/video.mjpeg", [this](const httplib::Request&, httplib::Response& res) {
+    handle_video(video_, pictures_, stopping_, res);
+  });
   s.Post("/api/set", [this](const httplib::Request& req, httplib::Response& res) { handle_set(bus_, req, res); });
   s.Get(".*", [](const httplib::Request& req, httplib::Response& res) { handle_page(req, res); });
 }
@@ -161,6 +186,9 @@ const ServedAddress& WebServer::served() const { return served_; }
 
 void WebServer::serve() { server_->listen_after_bind(); }
 
-void WebServer::stop() { server_->stop(); }
+void WebServer::stop() {
+  stopping_ = true;
+  server_->stop();
+}
 
 }  // namespace slewweb

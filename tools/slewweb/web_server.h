@@ -2,6 +2,7 @@
 // the one write request, behind the request guard.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -24,10 +25,12 @@ constexpr size_t kMaxUnread = 4096;        // events a listener may leave unread
 constexpr size_t kMaxBody = 4096;          // bytes of a request body
 constexpr size_t kWorkerThreads = 16;      // requests served at once, listeners included
 constexpr size_t kMaxQueued = 32;          // accepted connections waiting for a worker
+constexpr int kMaxPictures = 4;            // pages receiving the picture at once
 
 class WebServer {
  public:
-  WebServer(ServedAddress served, BusLink& bus, EventHub& hub);
+  // video: where slewvideo serves the picture, passed on to the page as /video.mjpeg.
+  WebServer(ServedAddress served, BusLink& bus, EventHub& hub, ServedAddress video);
   ~WebServer();
 
   // Binds the address; false with a reason when that fails.
@@ -47,6 +50,9 @@ class WebServer {
   BusLink& bus_;
   EventHub& hub_;
   std::unique_ptr<httplib::Server> server_;
+  ServedAddress video_;
+  std::atomic<int> pictures_{0};  // pages receiving the picture now
+  std::atomic<bool> stopping_{false};  // stop() was called: picture streams end
 };
 
 // An event that gives a page the whole bus at once: "event: snapshot".

@@ -9,7 +9,7 @@
   const OWNERS = ["direct command", "patrol", "pattern", "scan", "tracking"];
   const STATES = ["at rest", "moving at a speed", "initialising", "speed-dry exercise",
                   "moving to a position", "OIS test"];
-  let lastAsked = "", move = null, lastMove = null, drawQueued = false, connected = false, pictureAspect = "";
+  let lastAsked = "", move = null, lastMove = null, drawQueued = false, connected = false;
 
   // A value of the bus, or fallback when it holds none.
   const text = (key, fallback = "") => (bus.has(key) ? bus.get(key) : fallback);
@@ -90,17 +90,11 @@
     return { cx: size / 2, cy: size / 2, radius: size / 2 - 16, range: 100 };
   }
 
-  // Redraws everything from the bus copy.
+  // Redraws the plan, the dials and the numbers from the bus copy.
   function draw() {
     drawQueued = false;
     const v = view(), east = num("ptz.system.east_pos");
-    const scene = { east, person: person(), osdPreset: text("system.cam1.osd.preset_name"),
-                    osdDirection: text("system.cam1.osd.direction") };
-    // The picture has the sensor's proportions, as the camera's would.
-    const aspect = (Math.tan((v.half.w * Math.PI) / 180) / Math.tan((v.half.h * Math.PI) / 180)).toFixed(3);
-    if (aspect > 0 && aspect !== pictureAspect) $("picture").style.aspectRatio = pictureAspect = aspect;
-    const pic = fitCanvas($("picture"));
-    S.drawPicture(pic.ctx, pic.w, pic.h, v, scene);
+    const scene = { east, person: person() };
     const plan = fitCanvas($("plan"));
     S.drawPlan(plan.ctx, planFrame(), v, scene);
     const limits = text("ptz.manual.limit") === "on"
@@ -203,6 +197,14 @@
     events.onerror = () => { connected = false; redraw(); };
   }
 
+  // The picture stream ends when slewvideo or slewweb goes away: ask again a second later.
+  function keepPicture() {
+    const img = $("picture");
+    const again = () => setTimeout(() => { img.src = `/video.mjpeg?t=${Date.now()}`; }, 1000);
+    img.addEventListener("error", again);
+    img.addEventListener("abort", again);
+  }
+
   // A click on the picture: the head turns so that the point comes to the centre.
   function onPictureClick(e) {
     const rect = $("picture").getBoundingClientRect();
@@ -282,23 +284,42 @@
     $("track-on").addEventListener("click", () => command("track:on"));
     $("track-off").addEventListener("click", () => command("track:off"));
     dragPerson();
+    keepPicture();
     window.addEventListener("resize", redraw);
   }
 
+  // Where a landmark stands on the picture now, found by its colour in the
+  // frame shown, in CSS pixels of the picture element; null when not in sight.
+  function landmarkOnPicture(name) {
+    const mark = S.LANDMARKS.find((m) => m.name === name), img = $("picture");
+    if (!mark || !img.naturalWidth) return null;
+    const c = document.createElement("canvas");
+    c.width = img.naturalWidth;
+    c.height = img.naturalHeight;
+    const ctx = c.getContext("2d");
+    ctx.drawImage(img, 0, 0);
+    const px = ctx.getImageData(0, 0, c.width, c.height).data;
+    const want = [1, 3, 5].map((i) => parseInt(mark.color.slice(i, i + 2), 16));
+    let sx = 0, sy = 0, n = 0;
+    for (let i = 0; i < px.length; i += 4) {
+      if (want.every((v, k) => Math.abs(px[i + k] - v) <= 40)) {
+        const p = i / 4;
+        sx += p % c.width;
+        sy += Math.floor(p / c.width);
+        n++;
+      }
+    }
+    if (n < 20) return null;
+    const scale = img.clientWidth / c.width;
+    return { x: (sx / n + 0.5) * scale, y: (sy / n + 0.5) * (img.clientHeight / c.height),
+             width: img.clientWidth, height: img.clientHeight };
+  }
+
   // What the browser test reads: the bus copy, the landmarks, and where a
-  // landmark stands on the picture in CSS pixels of the picture element.
+  // landmark shows on the picture.
   window.slewweb = {
     value: (key) => (bus.has(key) ? bus.get(key) : null),
-    // head: {pan, tilt} in steps, to project from there instead of the published position.
-    landmarkOnPicture(name, head) {
-      const mark = S.LANDMARKS.find((m) => m.name === name);
-      const v = view();
-      if (head) Object.assign(v, { pan: P.panDeg(head.pan), tilt: P.tiltDeg(head.tilt) });
-      const p = mark && P.project(mark.pan, mark.tilt, v);
-      const el = $("picture");
-      return p && { x: (p.x / 10000) * el.clientWidth, y: (p.y / 10000) * el.clientHeight,
-                    width: el.clientWidth, height: el.clientHeight };
-    },
+    landmarkOnPicture,
     landmark: (name) => S.LANDMARKS.find((m) => m.name === name),
   };
 

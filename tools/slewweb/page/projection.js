@@ -1,6 +1,6 @@
-// The picture's geometry: the field of view that the daemon's view move
-// works with, and the pinhole projection of a direction of the scene onto
-// the picture's 0..10000 scale, so that a click lands where the head turns.
+// The field of view that the daemon's view move works with, for the plan's
+// cone and the zoom readout. The picture itself, and the projection a click
+// inverts, are drawn by slewvideo (tools/render/).
 "use strict";
 
 const SlewProjection = (() => {
@@ -56,23 +56,5 @@ const SlewProjection = (() => {
     return { w: aw, h: ah };
   }
 
-  // Where a direction (pan and tilt in degrees) falls on the picture of a
-  // head looking along view = {pan, tilt, half: {w, h}, mirror, flip}:
-  // {x, y} on the 0..10000 scale (outside it when out of the picture), or
-  // null behind the camera.
-  function project(dirPan, dirTilt, view) {
-    const dp = (dirPan - view.pan) * RAD, t = dirTilt * RAD, T = view.tilt * RAD;
-    const ahead = Math.cos(t) * Math.cos(dp), left = Math.cos(t) * Math.sin(dp), down = Math.sin(t);
-    const depth = ahead * Math.cos(T) + down * Math.sin(T);
-    if (depth < 1e-6) return null;
-    const below = down * Math.cos(T) - ahead * Math.sin(T);
-    const nx = left / depth / Math.tan(view.half.w * RAD);
-    const ny = below / depth / Math.tan(view.half.h * RAD);
-    return {
-      x: view.mirror ? 5000 + 5000 * nx : 5000 - 5000 * nx,
-      y: view.flip ? 5000 - 5000 * ny : 5000 + 5000 * ny,
-    };
-  }
-
-  return { STEPS, panDeg, tiltDeg, panSteps, tiltSteps, halfAngles, project };
+  return { STEPS, panDeg, tiltDeg, panSteps, tiltSteps, halfAngles };
 })();

@@ -1,5 +1,5 @@
-// The synthetic scene around the head and the drawings made of it: the
-// picture through the lens, the plan from above, the pan dial and tilt arc.
+// The scene around the head seen from above and the head's dials: the plan,
+// the pan dial and the tilt arc. The picture through the lens is slewvideo's.
 "use strict";
 
 const SlewScene = (() => {
@@ -8,8 +8,8 @@ const SlewScene = (() => {
   const MAST_HEIGHT = 6;  // metres of the head above the ground, for the person's distance
   const COMPASS = ["East", "North-East", "North", "North-West", "West", "South-West", "South", "South-East"];
 
-  // Fixed landmarks: pan and tilt in degrees as the head sees them (tilt below
-  // the horizon), distance in metres for the plan.
+  // Fixed landmarks as slewvideo draws them (tools/render/scene.cpp): pan and
+  // tilt in degrees (tilt below the horizon), distance in metres for the plan.
   const LANDMARKS = [
     { name: "Mast", pan: 20, tilt: -8, dist: 80, color: "#c0392b" },
     { name: "Barn", pan: 75, tilt: 4, dist: 40, color: "#8e5a2b" },
@@ -25,126 +25,6 @@ const SlewScene = (() => {
   const personDistance = (tilt) => (tilt > 0.5 ? MAST_HEIGHT / Math.tan(tilt * RAD) : 700);
   // Tilt in degrees of a person standing dist metres away.
   const personTilt = (dist) => Math.atan(MAST_HEIGHT / Math.max(dist, 1)) / RAD;
-
-  // A picture point of a direction in canvas pixels, or null.
-  function toCanvas(view, w, h, pan, tilt) {
-    const p = P.project(pan, tilt, view);
-    return p && { x: (p.x / 10000) * w, y: (p.y / 10000) * h };
-  }
-
-  // Sky and ground, split along the horizon.
-  function drawHorizon(ctx, view, w, h) {
-    ctx.fillStyle = "#a9cbe8";
-    ctx.fillRect(0, 0, w, h);
-    const a = toCanvas(view, w, h, view.pan - 30, 0), b = toCanvas(view, w, h, view.pan + 30, 0);
-    const below = toCanvas(view, w, h, view.pan, Math.min(view.tilt + 30, 89));
-    ctx.fillStyle = "#86a86a";
-    if (!a || !b) {
-      if (view.tilt > 0) ctx.fillRect(0, 0, w, h);
-      return;
-    }
-    // The half plane of the horizon line on the side of a point below it.
-    const dx = b.x - a.x, dy = b.y - a.y, len = Math.hypot(dx, dy) || 1;
-    let nx = -dy / len, ny = dx / len;
-    if (below && (below.x - a.x) * nx + (below.y - a.y) * ny < 0) { nx = -nx; ny = -ny; }
-    const far = 4 * (w + h), ux = dx / len, uy = dy / len;
-    ctx.beginPath();
-    ctx.moveTo(a.x - ux * far, a.y - uy * far);
-    ctx.lineTo(a.x + ux * far, a.y + uy * far);
-    ctx.lineTo(a.x + ux * far + nx * far, a.y + uy * far + ny * far);
-    ctx.lineTo(a.x - ux * far + nx * far, a.y - uy * far + ny * far);
-    ctx.fill();
-    ctx.strokeStyle = "#4d6b3a";
-    ctx.beginPath();
-    ctx.moveTo(a.x - ux * far, a.y - uy * far);
-    ctx.lineTo(a.x + ux * far, a.y + uy * far);
-    ctx.stroke();
-  }
-
-  // A labelled vertical post from tilt low up to tilt high.
-  function drawPost(ctx, view, w, h, pan, low, high, color, label) {
-    const foot = toCanvas(view, w, h, pan, low), top = toCanvas(view, w, h, pan, high);
-    if (!foot || !top) return;
-    ctx.strokeStyle = color;
-    ctx.lineWidth = 3;
-    ctx.beginPath();
-    ctx.moveTo(foot.x, foot.y);
-    ctx.lineTo(top.x, top.y);
-    ctx.stroke();
-    ctx.lineWidth = 1;
-    ctx.fillStyle = color;
-    ctx.fillText(label, top.x + 4, top.y);
-  }
-
-  // A landmark: a disc one degree across, a cross at its point, its name.
-  function drawLandmark(ctx, view, w, h, mark) {
-    const c = toCanvas(view, w, h, mark.pan, mark.tilt);
-    if (!c) return;
-    const edge = toCanvas(view, w, h, mark.pan, mark.tilt - 1);
-    const r = Math.max(5, edge ? Math.hypot(edge.x - c.x, edge.y - c.y) : 5);
-    ctx.fillStyle = mark.color;
-    ctx.beginPath();
-    ctx.arc(c.x, c.y, r, 0, 2 * Math.PI);
-    ctx.fill();
-    ctx.strokeStyle = "#fff";
-    ctx.beginPath();
-    ctx.moveTo(c.x - r, c.y); ctx.lineTo(c.x + r, c.y);
-    ctx.moveTo(c.x, c.y - r); ctx.lineTo(c.x, c.y + r);
-    ctx.stroke();
-    ctx.fillStyle = "#111";
-    ctx.fillText(mark.name, c.x + r + 3, c.y - r);
-  }
-
-  // The simulated person: feet where they stand, 1.8 m tall at their distance.
-  function drawPerson(ctx, view, w, h, person) {
-    const dist = personDistance(person.tilt);
-    const rise = Math.atan(1.8 / dist) / RAD;
-    const feet = toCanvas(view, w, h, person.pan, person.tilt);
-    const head = toCanvas(view, w, h, person.pan, person.tilt - rise);
-    if (!feet || !head) return;
-    const tall = Math.max(12, Math.hypot(head.x - feet.x, head.y - feet.y));
-    const x = feet.x, y = feet.y;
-    ctx.strokeStyle = "#e67e22";
-    ctx.fillStyle = "#e67e22";
-    ctx.lineWidth = Math.max(2, tall / 12);
-    ctx.beginPath();
-    ctx.moveTo(x - tall / 5, y); ctx.lineTo(x, y - tall * 0.45); ctx.lineTo(x + tall / 5, y);
-    ctx.moveTo(x, y - tall * 0.45); ctx.lineTo(x, y - tall * 0.8);
-    ctx.moveTo(x - tall / 4, y - tall * 0.65); ctx.lineTo(x + tall / 4, y - tall * 0.65);
-    ctx.stroke();
-    ctx.beginPath();
-    ctx.arc(x, y - tall * 0.9, tall * 0.1, 0, 2 * Math.PI);
-    ctx.fill();
-    ctx.lineWidth = 1;
-  }
-
-  // The picture: scene, centre mark and the camera's overlay texts.
-  function drawPicture(ctx, w, h, view, scene) {
-    ctx.font = "13px sans-serif";
-    ctx.textBaseline = "middle";
-    drawHorizon(ctx, view, w, h);
-    for (let i = 0; i < 8; i++) {
-      drawPost(ctx, view, w, h, compassPan(scene.east, i), 1, -4, "#333", COMPASS[i]);
-    }
-    for (const mark of LANDMARKS) drawLandmark(ctx, view, w, h, mark);
-    if (scene.person) drawPerson(ctx, view, w, h, scene.person);
-    ctx.strokeStyle = "rgba(255,255,255,0.8)";
-    ctx.beginPath();
-    ctx.moveTo(w / 2 - 12, h / 2); ctx.lineTo(w / 2 + 12, h / 2);
-    ctx.moveTo(w / 2, h / 2 - 12); ctx.lineTo(w / 2, h / 2 + 12);
-    ctx.stroke();
-    ctx.font = "bold 16px monospace";
-    ctx.fillStyle = "#fff";
-    ctx.strokeStyle = "#000";
-    ctx.lineWidth = 3;
-    for (const [text, x, align] of [[scene.osdPreset, 12, "left"], [scene.osdDirection, w - 12, "right"]]) {
-      ctx.textAlign = align;
-      ctx.strokeText(text, x, 20);
-      ctx.fillText(text, x, 20);
-    }
-    ctx.textAlign = "left";
-    ctx.lineWidth = 1;
-  }
 
   // Plan position of a direction (pan degrees) at a distance, North up.
   function planPoint(plan, east, pan, dist) {
@@ -272,6 +152,6 @@ const SlewScene = (() => {
   }
 
   return {
-    LANDMARKS, personTilt, drawPicture, drawPlan, planDirection, drawPanDial, drawTiltArc,
+    LANDMARKS, personTilt, drawPlan, planDirection, drawPanDial, drawTiltArc,
   };
 })();
