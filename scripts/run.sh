@@ -10,5 +10,5 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 echo "configuring build/ ..."
 cmake -S "$root" -B "$root/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF >/dev/null
 echo "building slewd and its tools (the first build takes a few minutes) ..."
-ninja -C "$root/build" slewd slewctl slewsim slewweb
+ninja -C "$root/build" slewd slewctl slewsim slewweb slewvideo slewonvif
 exec "$root/build/slewd" "$@"
