@@ -125,13 +125,17 @@ async function pageFollows(page) {
 }
 
 // Where a landmark shows on the rendered picture once the picture holds
-// still (the same place on two looks 300 ms apart), or null when out of sight.
+// still (the same place on three looks 300 ms apart: a busy machine may
+// deliver a frame late), or null when out of sight.
 async function landmarkShown(page, name) {
   return until(`${name} to hold still on the picture`, async () => {
-    const a = await page.evaluate((n) => window.slewweb.landmarkOnPicture(n), name);
-    await sleep(300);
-    const b = await page.evaluate((n) => window.slewweb.landmarkOnPicture(n), name);
-    return a && b && Math.hypot(a.x - b.x, a.y - b.y) < 1 ? b : null;
+    const looks = [];
+    for (let i = 0; i < 3; i++) {
+      if (i > 0) await sleep(300);
+      looks.push(await page.evaluate((n) => window.slewweb.landmarkOnPicture(n), name));
+    }
+    const [a, b, c] = looks;
+    return a && b && c && Math.hypot(a.x - c.x, a.y - c.y) < 1 && Math.hypot(b.x - c.x, b.y - c.y) < 1 ? c : null;
   });
 }
 
@@ -186,6 +190,16 @@ async function main() {
 
     await check("the page shows the rendered picture", async () => {
       await until("a frame from slewvideo", () => page.$eval("#picture", (e) => e.naturalWidth === 640));
+    });
+
+    await check("the timeline shows the preview and follows a setting", async () => {
+      await until("the first plot", () => page.$eval("#preview-plot", (e) => e.naturalWidth > 0), 60000);
+      await until("the table", () => page.$eval("#preview-table", (e) => e.textContent.includes("why")));
+      await set("ptz.system.recover_mode", "go_preset:1");
+      await set("ptz.system.recover_time", "30");
+      await until("the recover timer in the table",
+        () => page.$eval("#preview-table", (e) => e.textContent.includes("recover timer")), 60000);
+      await set("ptz.system.recover_time", "off");
     });
 
     await check("the page shows the head's position", async () => {

@@ -126,4 +126,13 @@ void BusLink::stop() {
   if (watch_fd_ >= 0) shutdown(watch_fd_, SHUT_RDWR);
 }
 
+std::string sibling_program(const std::string& name) {
+  char self[4096];
+  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n <= 0) return name;
+  std::string path(self, static_cast<size_t>(n));
+  path = path.substr(0, path.rfind('/') + 1) + name;
+  return access(path.c_str(), X_OK) == 0 ? path : name;
+}
+
 }  // namespace buslink

@@ -54,4 +54,9 @@ class BusLink {
   int watch_fd_ = -1;
 };
 
+// A program installed beside the running one (slewsim beside slewctl or
+// slewweb, as in the build folder and the package), else its bare name for
+// the PATH.
+std::string sibling_program(const std::string& name);
+
 }  // namespace buslink

@@ -11,22 +11,13 @@
 
 #include "bus/bus_client.h"
 #include "bus/bus_protocol.h"
+#include "bus_link.h"
 
 namespace {
 
-// slewsim next to this program, else the one on the PATH.
-std::string slewsim_path() {
-  char self[4096];
-  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-  if (n <= 0) return "slewsim";
-  std::string path(self, static_cast<size_t>(n));
-  path = path.substr(0, path.rfind('/') + 1) + "slewsim";
-  return access(path.c_str(), X_OK) == 0 ? path : "slewsim";
-}
-
 // slewctl preview [--hours H] [--plot FILE.svg]: slewsim --preview STATE ...
 int preview(const std::string& state, int argc, char** argv) {
-  std::string program = slewsim_path();
+  std::string program = buslink::sibling_program("slewsim");
   std::vector<const char*> args{"slewsim", "--preview", state.c_str()};
   for (int i = 2; i < argc; ++i) args.push_back(argv[i]);
   args.push_back(nullptr);

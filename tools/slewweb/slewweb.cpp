@@ -75,15 +75,23 @@ int main(int argc, char** argv) {
 
   buslink::BusLink bus(state);
   slewweb::EventHub hub(slewweb::kMaxListeners, slewweb::kMaxUnread);
-  slewweb::WebServer server(served, bus, hub, video);
+  slewweb::PreviewRunner preview(state, [&](int generation) { hub.publish(slewweb::preview_event(generation)); });
+  slewweb::WebServer server(served, bus, hub, video, preview);
   if (!server.bind(&error)) {
     fprintf(stderr, "slewweb: %s\n", error.c_str());
     return 1;
   }
 
   std::thread watcher([&] {
-    bus.watch([&](const std::string& key, const std::string& value) { hub.publish(slewweb::change_event(key, value)); },
-              [&](bool up) { hub.publish(up ? slewweb::snapshot_event(bus) : slewweb::lost_event()); });
+    bus.watch(
+        [&](const std::string& key, const std::string& value) {
+          hub.publish(slewweb::change_event(key, value));
+          preview.changed(key);
+        },
+        [&](bool up) {
+          hub.publish(up ? slewweb::snapshot_event(bus) : slewweb::lost_event());
+          if (up) preview.refresh();
+        });
   });
   std::thread stopper([&] {
     int signo = 0;

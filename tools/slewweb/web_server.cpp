@@ -139,9 +139,14 @@ std::string change_event(const std::string& key, const std::string& value) {
 
 std::string lost_event() { return "event: lost\ndata: {}\n\n"; }
 
-WebServer::WebServer(ServedAddress served, BusLink& bus, EventHub& hub, ServedAddress video)
+std::string preview_event(int generation) {
+  return "event: preview\ndata: " + dump(json{{"generation", generation}}) + "\n\n";
+}
+
+WebServer::WebServer(ServedAddress served, BusLink& bus, EventHub& hub, ServedAddress video,
+                     PreviewRunner& preview)
     : served_(std::move(served)), bus_(bus), hub_(hub), server_(std::make_unique<httplib::Server>()),
-      video_(std::move(video)) {
+      video_(std::move(video)), preview_(preview) {
   install_routes();
 }
 
@@ -165,6 +170,17 @@ void WebServer::install_routes() {
   s.Get("/api/events", [this](const httplib::Request&, httplib::Response& res) { handle_events(bus_, hub_, res); });
   s.Get("/video.mjpeg", [this](const httplib::Request&, httplib::Response& res) {
     handle_video(video_, pictures_, stopping_, res);
+  });
+  s.Get("/api/preview", [this](const httplib::Request&, httplib::Response& res) {
+    PreviewResult r = preview_.result();
+    res.set_header("Cache-Control", "no-store");
+    res.set_content(dump(json{{"generation", r.generation}, {"table", r.table}}), "application/json");
+  });
+  s.Get("/api/preview.svg", [this](const httplib::Request&, httplib::Response& res) {
+    PreviewResult r = preview_.result();
+    if (r.svg.empty()) return answer(res, 404, "no timeline yet");
+    res.set_header("Cache-Control", "no-store");
+    res.set_content(r.svg, "image/svg+xml");
   });
   s.Post("/api/set", [this](const httplib::Request& req, httplib::Response& res) { handle_set(bus_, req, res); });
   s.Get(".*", [](const httplib::Request& req, httplib::Response& res) { handle_page(req, res); });

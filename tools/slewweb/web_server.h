@@ -8,6 +8,7 @@
 
 #include "bus_link.h"
 #include "event_hub.h"
+#include "preview_runner.h"
 #include "request_guard.h"
 
 namespace httplib {
@@ -29,8 +30,9 @@ constexpr int kMaxPictures = 4;            // pages receiving the picture at onc
 
 class WebServer {
  public:
-  // video: where slewvideo serves the picture, passed on to the page as /video.mjpeg.
-  WebServer(ServedAddress served, BusLink& bus, EventHub& hub, ServedAddress video);
+  // video: where slewvideo serves the picture, passed on to the page as
+  // /video.mjpeg; preview: the timeline under the picture.
+  WebServer(ServedAddress served, BusLink& bus, EventHub& hub, ServedAddress video, PreviewRunner& preview);
   ~WebServer();
 
   // Binds the address; false with a reason when that fails.
@@ -51,6 +53,7 @@ class WebServer {
   EventHub& hub_;
   std::unique_ptr<httplib::Server> server_;
   ServedAddress video_;
+  PreviewRunner& preview_;
   std::atomic<int> pictures_{0};  // pages receiving the picture now
   std::atomic<bool> stopping_{false};  // stop() was called: picture streams end
 };
@@ -61,5 +64,7 @@ std::string snapshot_event(const BusLink& bus);
 std::string change_event(const std::string& key, const std::string& value);
 // An event that tells the pages that slewd's bus went away: "event: lost".
 std::string lost_event();
+// An event that tells the pages a new timeline is ready: "event: preview".
+std::string preview_event(int generation);
 
 }  // namespace slewweb

@@ -179,6 +179,18 @@
     redraw();
   }
 
+  // The timeline under the picture: slewweb runs the preview again after a
+  // setting it depends on changed and says so with a "preview" event.
+  async function showPreview() {
+    const answer = await fetch("/api/preview", { cache: "no-store" });
+    if (!answer.ok) return;
+    const { generation, table } = await answer.json();
+    if (generation === 0) return;
+    $("preview-table").textContent = table;
+    $("preview-plot").src = `/api/preview.svg?g=${generation}`;
+    $("preview-state").textContent = `(preview ${generation})`;
+  }
+
   // Live updates: a snapshot of the bus, then every change.
   function listen() {
     const events = new EventSource("/api/events");
@@ -190,6 +202,7 @@
       redraw();
     });
     events.addEventListener("lost", () => { connected = false; redraw(); });
+    events.addEventListener("preview", showPreview);
     events.onmessage = (e) => {
       const { k, v } = JSON.parse(e.data);
       apply(k, v);
@@ -325,4 +338,5 @@
 
   wire();
   listen();
+  showPreview();
 })();
