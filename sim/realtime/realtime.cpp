@@ -29,6 +29,7 @@ namespace {
 
 struct Realtime {
   bool running = false;            // between start and stop (main thread only)
+  std::string store;               // the store's path
   std::atomic<bool> quit{false};   // asks the threads to end
   std::thread world;               // moves the world when it is due
   std::thread bus;                 // delivers notifications
@@ -153,6 +154,7 @@ bool state_usable(const std::string& state, std::string* error) {
 // restored one lacks. -1 with *error.
 int open_store(const std::string& state, StoreCheck* check, std::string* error) {
   std::string store = state + "/bus.db";
+  rt().store = store;
   if (store_check(store, check, error) != 0) return -1;
   for (const std::string& line : check->said) fprintf(stderr, "slewd: %s\n", line.c_str());
   if (bus_open(store.c_str()) != 0) {
@@ -238,6 +240,8 @@ void realtime_stop() {
   sigset_t daemon = daemon_signals();
   pthread_sigmask(SIG_UNBLOCK, &daemon, nullptr);
   undo_start();
+  // Closed in good order: the copy a later damage starts from.
+  store_keep_copy(r.store);
   r.running = false;
 }
 

@@ -1,12 +1,13 @@
 // Checking and repairing the store before it is opened. Every look at a
-// store under suspicion is through a read-only connection: SQLite then never
-// checkpoints nor deletes its log, so nothing with data in it is lost.
+// store under suspicion is through a read-only connection, and never at one
+// whose main file is empty: SQLite would then discard the log beside it.
 #include "store/store_check.h"
 
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -94,6 +95,7 @@ Verdict judge(const std::string& path, long long size, long long wal, std::strin
   ReadOnly store(path);
   std::string verdict = first_text(store.db, "PRAGMA quick_check");
   if (verdict != "ok") {
+    std::replace(verdict.begin(), verdict.end(), '\n', ' ');
     *detail = verdict.empty() ? std::string("unreadable: ") + sqlite3_errmsg(store.db)
                               : "check failed: " + verdict;
     return Verdict::Damaged;
@@ -105,10 +107,31 @@ Verdict judge(const std::string& path, long long size, long long wal, std::strin
   return Verdict::Good;
 }
 
+// A scan stops at the first damaged page; each preset list entry looked up
+// by its key may still be reached through pages that are sound.
+void lookup_entries(sqlite3* db, const std::string& list, std::map<int, std::string>* entries) {
+  sqlite3_stmt* st = nullptr;
+  if (sqlite3_prepare_v2(db, "SELECT value FROM kv WHERE key = ?1", -1, &st, nullptr) != SQLITE_OK) {
+    return;
+  }
+  for (int index = 0; index < 999; ++index) {
+    std::string key = list + std::to_string(index);
+    sqlite3_bind_text(st, 1, key.c_str(), -1, SQLITE_TRANSIENT);
+    auto value = sqlite3_step(st) == SQLITE_ROW ? sqlite3_column_text(st, 0) : nullptr;
+    if (value != nullptr && strlen(reinterpret_cast<const char*>(value)) <= 127) {
+      (*entries)[index] = reinterpret_cast<const char*>(value);
+    }
+    sqlite3_reset(st);
+  }
+  sqlite3_finalize(st);
+}
+
 // The rows that can still be read; list entries renumbered without gaps so
-// that none hides behind a lost one.
-std::map<std::string, std::string> salvage(const std::string& path) {
+// that none hides behind a lost one. *whole tells whether every row was.
+std::map<std::string, std::string> salvage(const std::string& path, bool* whole) {
   std::map<std::string, std::string> rows;
+  *whole = false;
+  if (size_of(path) <= 0) return rows;
   std::map<int, std::string> entries;
   const std::string list = "ptz.preset.position.";
   ReadOnly store(path);
@@ -118,7 +141,8 @@ std::map<std::string, std::string> salvage(const std::string& path) {
     sqlite3_finalize(st);
     return rows;
   }
-  while (sqlite3_step(st) == SQLITE_ROW) {
+  int rc;
+  while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
     auto key = reinterpret_cast<const char*>(sqlite3_column_text(st, 0));
     auto value = reinterpret_cast<const char*>(sqlite3_column_text(st, 1));
     if (key == nullptr || value == nullptr || strlen(key) > 127 || strlen(value) > 127) continue;
@@ -130,19 +154,23 @@ std::map<std::string, std::string> salvage(const std::string& path) {
       rows[k] = value;
     }
   }
+  *whole = rc == SQLITE_DONE;
   sqlite3_finalize(st);
+  if (!*whole) lookup_entries(store.db, list, &entries);
   int n = 0;
   for (const auto& [index, value] : entries) rows[list + std::to_string(n++)] = value;
   return rows;
 }
 
 // Every row of a good store.
-std::map<std::string, std::string> all_rows(const std::string& path) { return salvage(path); }
+std::map<std::string, std::string> all_rows(const std::string& path) {
+  bool whole;
+  return salvage(path, &whole);
+}
 
-// The time now, for names: 20260102T030405.
-std::string stamp() {
+// A time for names, the time now by default: 20260102T030405.
+std::string stamp(time_t now = time(nullptr)) {
   char text[32];
-  time_t now = time(nullptr);
   tm utc{};
   gmtime_r(&now, &utc);
   strftime(text, sizeof text, "%Y%m%dT%H%M%S", &utc);
@@ -179,6 +207,8 @@ bool copy_store(const std::string& from, const std::string& to) {
     ok = backup != nullptr && sqlite3_backup_step(backup, -1) == SQLITE_DONE;
     ok = sqlite3_backup_finish(backup) == SQLITE_OK && ok;
   }
+  // A copy without a log beside it: one file to keep.
+  ok = ok && sqlite3_exec(target, "PRAGMA journal_mode=DELETE", nullptr, nullptr, nullptr) == SQLITE_OK;
   ok = sqlite3_close(target) == SQLITE_OK && ok;
   unlink((temporary + "-journal").c_str());
   if (ok && rename(temporary.c_str(), to.c_str()) == 0) return true;
@@ -196,7 +226,7 @@ std::string named(const std::vector<std::string>& keys) {
 // Starts from the last good copy when there is a sound one; names what the
 // damaged store held that the copy does not.
 bool restore_copy(const std::string& path, const std::map<std::string, std::string>& read,
-                  StoreCheck* check) {
+                  bool whole, StoreCheck* check) {
   std::string good = path + ".good";
   std::string ignored;
   if (size_of(good) <= 0 || judge(good, size_of(good), -1, &ignored) != Verdict::Good ||
@@ -211,12 +241,27 @@ bool restore_copy(const std::string& path, const std::map<std::string, std::stri
   }
   check->said.push_back("store restored from its last good copy: " + std::to_string(kept.size()) +
                         " keys");
-  check->said.push_back(lost.empty() ? "store: nothing read from the damaged store was lost"
-                                     : "store: lost since the copy: " + named(lost));
+  struct stat st {};
+  stat(good.c_str(), &st);
+  std::string copy = "the copy of " + stamp(st.st_mtime) + " UTC";
+  if (!lost.empty()) check->said.push_back("store: lost since " + copy + ": " + named(lost));
+  if (!whole) {
+    check->said.push_back("store: only " + std::to_string(read.size()) +
+                          " keys of the damaged store could be read; what else changed since " +
+                          copy + " is lost");
+  } else if (lost.empty()) {
+    check->said.push_back("store: nothing the damaged store held was lost");
+  }
   return true;
 }
 
 }  // namespace
+
+void store_keep_copy(const std::string& path) {
+  std::string ignored;
+  long long size = size_of(path);
+  if (size > 0 && judge(path, size, -1, &ignored) == Verdict::Good) copy_store(path, path + ".good");
+}
 
 int store_check(const std::string& path, StoreCheck* check, std::string* error) {
   bool regular = true;
@@ -246,14 +291,15 @@ int store_check(const std::string& path, StoreCheck* check, std::string* error) 
     if (!copy_store(path, path + ".good")) check->said.push_back("store: cannot keep a good copy");
     return 0;
   }
-  std::map<std::string, std::string> read = salvage(path);
+  bool whole = false;
+  std::map<std::string, std::string> read = salvage(path, &whole);
   std::string aside = move_aside(path);
   if (aside.empty()) {
     *error = "store damaged (" + detail + ") and cannot be moved aside";
     return -1;
   }
   check->said.push_back("store damaged (" + detail + "): kept as " + aside);
-  if (restore_copy(path, read, check)) return 0;
+  if (restore_copy(path, read, whole, check)) return 0;
   check->fresh = true;
   check->rows = read;
   check->said.push_back("store restarted from the factory settings and the " +

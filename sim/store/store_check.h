@@ -21,4 +21,8 @@ struct StoreCheck {
 // (then nothing was changed).
 int store_check(const std::string& path, StoreCheck* check, std::string* error);
 
+// Takes a new last good copy of the store at path (closed) when it passes
+// its check: at an orderly stop.
+void store_keep_copy(const std::string& path);
+
 }  // namespace sim

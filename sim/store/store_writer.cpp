@@ -63,7 +63,8 @@ Writer& writer() {
 // The health a failed SQLite call tells.
 StoreHealth classify(sqlite3* db) {
   int code = sqlite3_extended_errcode(db) & 0xff;
-  int sys = sqlite3_system_errno(db);
+  // The errno of an injected fault first: SQLite does not keep every one.
+  int sys = fault_vfs_errno() != 0 ? fault_vfs_errno() : sqlite3_system_errno(db);
   if (code == SQLITE_FULL || sys == ENOSPC || sys == EDQUOT) return StoreHealth::Full;
   if (code == SQLITE_READONLY || sys == EROFS || sys == EACCES || sys == EPERM) {
     return StoreHealth::ReadOnly;
@@ -172,13 +173,14 @@ void write_loop() {
       std::lock_guard<std::mutex> guard(w.mutex);
       w.busy = false;
     }
+    // Said before a waiter hears of the refusal, so that sim.store agrees.
+    report(outcome, !taken.empty());
     if (taken.empty()) {
       std::lock_guard<std::mutex> guard(w.mutex);
       w.failure = outcome;
     } else {
       resolve(taken, outcome);
     }
-    report(outcome, !taken.empty());
   }
 }
 
