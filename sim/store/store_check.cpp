@@ -234,8 +234,18 @@ bool restore_copy(const std::string& path, const std::map<std::string, std::stri
     return false;
   }
   std::map<std::string, std::string> kept = all_rows(path);
+  // Presets are compared by their records: the read ones were renumbered.
+  const std::string list = "ptz.preset.position.";
+  std::set<std::string> kept_records;
+  for (const auto& [key, value] : kept) {
+    if (key.compare(0, list.size(), list) == 0) kept_records.insert(value);
+  }
   std::vector<std::string> lost;
   for (const auto& [key, value] : read) {
+    if (key.compare(0, list.size(), list) == 0) {
+      if (!kept_records.count(value)) lost.push_back("preset " + value.substr(0, value.find(',')));
+      continue;
+    }
     auto it = kept.find(key);
     if (it == kept.end() || it->second != value) lost.push_back(key);
   }
