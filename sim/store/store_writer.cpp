@@ -9,6 +9,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cerrno>
 #include <condition_variable>
@@ -46,7 +47,7 @@ struct Writer {
   bool busy = false;                     // a commit is under way
   Clock::time_point busy_since;
   bool stop = false;
-  bool running = false;
+  std::atomic<bool> running{false};     // read without the mutex by the bus
   std::thread thread, watch;
   std::mutex announce_mutex;             // keeps announcements in order
   StoreHealth announced = StoreHealth::Ok;
