@@ -89,6 +89,7 @@ struct BusState {
   uint64_t last_op_batch = 0;           // writer mode: batch of the latest change
   uint64_t next_ticket = 0;             // tickets given to notifications
   uint64_t delivered_ticket = 0;        // the last notification delivered
+  uint64_t handed_ticket = 0;           // the last one handed to the listeners
 };
 
 // The session in which this thread wrote for the daemon since its last
@@ -229,7 +230,7 @@ void close_locked() {
   // The daemon has ended: its last stretch is whole.
   if (b.in_transaction && !b.in_memory) exec("COMMIT");
   b.open_batch.clear();
-  b.delivered_ticket = b.next_ticket;
+  b.delivered_ticket = b.handed_ticket = b.next_ticket;
   b.in_transaction = b.grouped = false;
   b.dirty_threads = 0;
   b.queued_from.clear();
@@ -275,7 +276,8 @@ void await_commit(Lock& lock) {
 int await_taken(Lock& lock, uint64_t ticket, uint64_t mark, std::string* why) {
   BusState& b = bus();
   if (!b.delivered.wait_for(lock, kWriterWait, [&] { return b.delivered_ticket >= ticket; })) {
-    *why = "the daemon has not taken the write yet; it may still be applied";
+    *why = b.handed_ticket >= ticket ? "the daemon is still handling the write"
+                                     : "the daemon has not taken the write yet; it may still be applied";
     return -1;
   }
   if (!store_writer_running()) {
@@ -627,6 +629,7 @@ void bus_deliver_pending() {
   while (!b.pending.empty()) {
     Notification next = std::move(b.pending.front());
     b.pending.pop_front();
+    b.handed_ticket = next.ticket;
     notify_listeners(lock, next.key.c_str(), next.value.c_str());
     // Counted until handled, so that its writer's next write waits for it.
     if (next.source != 0 && b.queued_from[next.source] > 0) --b.queued_from[next.source];

@@ -474,8 +474,9 @@ void bus_server_stop() {
     bus_set_change_hook(nullptr);
   }
   close_server_fds();
+  // The path stays: a signal thread's bus_server_unlink may still read it,
+  // and finds no file of ours.
   unlink_own();
-  s.path.clear();
 }
 
 void bus_server_unlink() { unlink_own(); }
