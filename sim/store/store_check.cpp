@@ -148,6 +148,7 @@ std::map<std::string, std::string> salvage(const std::string& path, bool* whole)
     if (key == nullptr || value == nullptr || strlen(key) > 127 || strlen(value) > 127) continue;
     std::string k = key;
     if (k.compare(0, list.size(), list) == 0 && k.size() > list.size() &&
+        k.size() <= list.size() + 3 &&
         k.find_first_not_of("0123456789", list.size()) == std::string::npos) {
       entries[atoi(k.c_str() + list.size())] = value;
     } else {
