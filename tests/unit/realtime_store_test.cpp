@@ -87,6 +87,15 @@ TEST_F(RealtimeStore, OneCameraPerFolderAndAFailedStartChangesNothing) {
   EXPECT_EQ(RunSlewdToEnd(state_, &err), 1);
   EXPECT_NE(err.find("another slewd is running on"), std::string::npos) << err;
   EXPECT_EQ(Get("sim.store"), "ok");  // the first still answers on its socket
+  // A slewd that does not answer: --timeout bounds run --wait's calls too,
+  // and a set that timed out may still be applied.
+  kill(pid_, SIGSTOP);
+  EXPECT_EQ(Ctl({"--timeout", "1", "run", "stop", "--wait"}, nullptr, &err), sim::kCtlTimeout);
+  EXPECT_NE(err.find("no answer from slewd within 1 s"), std::string::npos) << err;
+  EXPECT_EQ(Ctl({"--timeout", "1", "set", "ptz.system.recover_time", "9"}, nullptr, &err),
+            sim::kCtlTimeout);
+  EXPECT_NE(err.find("within 1 s; the write may still be applied"), std::string::npos) << err;
+  kill(pid_, SIGCONT);
   KillNow();
 
   // Each folder is refused with one line, before anything in it changes.
