@@ -228,7 +228,7 @@ bool prepare_store(bool file) {
 void close_locked() {
   BusState& b = bus();
   // The daemon has ended: its last stretch is whole.
-  if (b.in_transaction && !b.in_memory) exec("COMMIT");
+  if (b.in_transaction && b.db != nullptr && !sqlite3_get_autocommit(b.db)) exec("COMMIT");
   b.open_batch.clear();
   b.delivered_ticket = b.handed_ticket = b.next_ticket;
   b.in_transaction = b.grouped = false;
