@@ -506,8 +506,7 @@ const char* health_line(StoreHealth health) {
 }
 
 // The writer's report: a change of health is said once and shown in sim.store.
-void announce_health(StoreHealth health, bool changed, long) {
-  if (!changed) return;
+void announce_health(StoreHealth health) {
   fprintf(stderr, "slewd: %s\n", health_line(health));
   trace(Kind::Sim, "%s", health_line(health));
   bus_write(Origin::Sim, "sim.store", store_health_word(health));

@@ -125,15 +125,13 @@ StoreHealth probe(sqlite3* db) {
   return why;
 }
 
-// Says a change of health (and, after a commit, the calls so far) once.
-void report(StoreHealth health, bool after_commit) {
+// Says a change of health, once.
+void report(StoreHealth health) {
   Writer& w = writer();
   std::lock_guard<std::mutex> order(w.announce_mutex);
-  bool changed = health != w.announced;
+  if (health == w.announced) return;
   w.announced = health;
-  if ((changed || after_commit) && w.announce != nullptr) {
-    w.announce(health, changed, fault_vfs_calls());
-  }
+  if (w.announce != nullptr) w.announce(health);
 }
 
 // Marks the batches resolved (refused with why unless Ok) and wakes waiters.
@@ -174,7 +172,7 @@ void write_loop() {
       w.busy = false;
     }
     // Said before a waiter hears of the refusal, so that sim.store agrees.
-    report(outcome, !taken.empty());
+    report(outcome);
     if (taken.empty()) {
       std::lock_guard<std::mutex> guard(w.mutex);
       w.failure = outcome;
@@ -193,7 +191,7 @@ void watch_loop() {
     bool stalled = w.busy && Clock::now() - w.busy_since > kStallAfter;
     if (!stalled) continue;
     lock.unlock();
-    report(StoreHealth::Stalled, false);
+    report(StoreHealth::Stalled);
     lock.lock();
   }
 }

@@ -31,10 +31,8 @@ const char* store_health_word(StoreHealth health);
 // Called (without any lock of the writer's held) with a batch that could not
 // be stored, so that the bus undoes it in memory.
 using StoreUndo = void (*)(const StoreBatch& batch);
-// Called after every commit or change of health, without any lock of the
-// writer's held: changed tells a change of health, calls is the count of
-// write and sync calls made on the store's files so far.
-using StoreAnnounce = void (*)(StoreHealth health, bool changed, long calls);
+// Called on a change of health, without any lock of the writer's held.
+using StoreAnnounce = void (*)(StoreHealth health);
 
 // Starts the thread on an open store; only it uses db from now on.
 void store_writer_start(sqlite3* db, StoreUndo undo, StoreAnnounce announce);
