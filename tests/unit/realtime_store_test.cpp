@@ -125,6 +125,9 @@ TEST_F(RealtimeStore, OneCameraPerFolderAndAFailedStartChangesNothing) {
     EXPECT_NE(err.find(bad.said), std::string::npos) << err;
     EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
     EXPECT_EQ(Snapshot(folder), before);
+    std::ifstream transcript(folder + "/transcript.log");
+    std::string text((std::istreambuf_iterator<char>(transcript)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(text, "0.000 out the run before\n");
   }
 }
 
