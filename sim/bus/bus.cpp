@@ -14,6 +14,12 @@
 // half-rewritten preset list behind. Writes of other processes join an open
 // transaction and wait for its commit before they are answered.
 //
+// The flash: in real time the store is written by a thread of its own
+// (store/store_writer.h); the copy in memory changes at once and the bus
+// never waits for the disk. A socket client's write is answered once the
+// daemon has taken it and what it stored is committed. Only the keys a
+// camera keeps across a restart are stored (key_kept below).
+//
 // Fairness: a socket client has at most kQueuedPerClient notifications
 // queued or being delivered; its next write waits for them, so a flooding
 // client waits for its own writes and another client's command is at most
@@ -32,6 +38,8 @@
 
 #include "bus/bus_extra.h"
 #include "core/core.h"
+#include "store/fault_vfs.h"
+#include "store/store_writer.h"
 
 namespace sim {
 namespace {
@@ -39,7 +47,8 @@ namespace {
 constexpr int kMaxListeners = 128;
 // Longest wait of a socket write for its client's previous notification or
 // for the commit of the transaction it joined.
-constexpr auto kWriterWait = std::chrono::seconds(5);
+// Below slewctl's default time limit, so that it hears the reason.
+constexpr auto kWriterWait = std::chrono::seconds(4);
 constexpr int kQueuedPerClient = 2;
 constexpr size_t kTextBuf = kValueMax + 1;  // a key or value with its NUL
 
@@ -52,6 +61,7 @@ struct Notification {
   std::string key;    // stored key
   std::string value;  // value as written
   int source = 0;     // socket client that wrote it, 0: none
+  uint64_t ticket = 0;  // its place in the order of notifications
 };
 
 // Everything of the bus; guarded by big_lock().
@@ -75,6 +85,11 @@ struct BusState {
   bool in_transaction = false;          // a transaction is open
   int dirty_threads = 0;                // daemon threads with uncommitted writes
   std::condition_variable_any committed;  // signalled at each commit
+  StoreBatch open_batch;                // writer mode: the open stretch's changes
+  uint64_t last_op_batch = 0;           // writer mode: batch of the latest change
+  uint64_t next_ticket = 0;             // tickets given to notifications
+  uint64_t delivered_ticket = 0;        // the last notification delivered
+  uint64_t handed_ticket = 0;           // the last one handed to the listeners
 };
 
 // The session in which this thread wrote for the daemon since its last
@@ -104,6 +119,43 @@ int list_index(std::string_view key) {
     n = n * 10 + (c - '0');
   }
   return n;
+}
+
+// Whether a key is kept across a restart: not commands, nor live state the
+// daemon and the camera publish again, nor the store's own report.
+bool key_kept(std::string_view key) {
+  static constexpr std::string_view kExact[] = {
+      "ptz.run_mode",   "ptz.status",      "ptz.pan_pos",     "ptz.tilt_pos",
+      "ptz.angle.pan",  "ptz.angle.tilt",  "ptz.mode_status", "ptz.spddry_status",
+      "ptz.lens.one_push", "ptz.pattern.action", "sim.store",
+  };
+  static constexpr std::string_view kPrefixes[] = {"ptz.lens.get_pos.", "ptz.lens.manual.",
+                                                   "sim.store."};
+  for (std::string_view k : kExact) {
+    if (key == k) return false;
+  }
+  for (std::string_view p : kPrefixes) {
+    if (key.substr(0, p.size()) == p) return false;
+  }
+  return true;
+}
+
+// Writer mode: hands one change to the writer, in the open stretch when
+// there is one (caller holds lock); false when the writer's queue is full.
+bool journal(std::string_view key, const char* value, bool erase) {
+  BusState& b = bus();
+  StoreOp op{std::string(key), erase ? "" : value, erase, false, ""};
+  auto it = b.values.find(key);
+  if (it != b.values.end()) {
+    op.had_before = true;
+    op.before = it->second;
+  }
+  if (b.in_transaction) {
+    b.open_batch.push_back(std::move(op));
+    b.last_op_batch = store_writer_last() + 1;  // nothing else is queued while it is open
+    return true;
+  }
+  return store_writer_submit({std::move(op)}, &b.last_op_batch);
 }
 
 // Reports a failed SQLite call on stderr, in one line.
@@ -152,12 +204,13 @@ bool load_values() {
 bool prepare_store(bool file) {
   BusState& b = bus();
   sqlite3_busy_timeout(b.db, 2000);
-  // WAL with synchronous=NORMAL: each write is committed to the log before
-  // the call returns, so a killed process loses nothing; only a power cut
-  // could lose the last writes, and it spares an fsync per write.
-  if (file && !(exec("PRAGMA journal_mode=WAL") && exec("PRAGMA synchronous=NORMAL"))) return false;
+  // WAL with synchronous=FULL: a commit is synced before it is
+  // acknowledged, so neither a kill nor a power cut loses an acknowledged
+  // write; the sync costs the writer thread, never a caller.
+  if (file && !(exec("PRAGMA journal_mode=WAL") && exec("PRAGMA synchronous=FULL"))) return false;
   if (!exec("CREATE TABLE IF NOT EXISTS kv(key TEXT PRIMARY KEY NOT NULL, value TEXT NOT NULL)"
-            " WITHOUT ROWID")) {
+            " WITHOUT ROWID") ||
+      !exec("CREATE TABLE IF NOT EXISTS probe(id INTEGER PRIMARY KEY)")) {
     return false;
   }
   const char* upsert =
@@ -175,7 +228,9 @@ bool prepare_store(bool file) {
 void close_locked() {
   BusState& b = bus();
   // The daemon has ended: its last stretch is whole.
-  if (b.in_transaction) exec("COMMIT");
+  if (b.in_transaction && b.db != nullptr && !sqlite3_get_autocommit(b.db)) exec("COMMIT");
+  b.open_batch.clear();
+  b.delivered_ticket = b.handed_ticket = b.next_ticket;
   b.in_transaction = b.grouped = false;
   b.dirty_threads = 0;
   b.queued_from.clear();
@@ -201,7 +256,7 @@ bool ensure_open() { return bus().db != nullptr || bus_open(":memory:") == 0; }
 void join_daemon_stretch() {
   BusState& b = bus();
   if (!b.grouped) return;
-  if (!b.in_transaction) b.in_transaction = exec("BEGIN");
+  if (!b.in_transaction) b.in_transaction = store_writer_running() || exec("BEGIN");
   if (t_dirty_in != b.session) {
     t_dirty_in = b.session;
     ++b.dirty_threads;
@@ -213,6 +268,35 @@ void join_daemon_stretch() {
 void await_commit(Lock& lock) {
   BusState& b = bus();
   b.committed.wait_for(lock, kWriterWait, [&] { return !b.in_transaction; });
+}
+
+// Answers a socket client's write once the daemon has taken it and what
+// the write and the daemon's handling of it stored is committed, within
+// bounds; -1 with *why otherwise (caller holds lock).
+int await_taken(Lock& lock, uint64_t ticket, uint64_t mark, std::string* why) {
+  BusState& b = bus();
+  if (!b.delivered.wait_for(lock, kWriterWait, [&] { return b.delivered_ticket >= ticket; })) {
+    *why = b.handed_ticket >= ticket ? "the daemon is still handling the write"
+                                     : "the daemon has not taken the write yet; it may still be applied";
+    return -1;
+  }
+  if (!store_writer_running()) {
+    await_commit(lock);
+    return 0;
+  }
+  uint64_t upto = b.last_op_batch;
+  if (upto <= mark) return 0;
+  lock.unlock();
+  bool stored = store_writer_wait(mark, upto, kWriterWait, why);
+  lock.lock();
+  return stored ? 0 : -1;
+}
+
+// The camera's knobs: the store's own (sim.store.*), else the world's.
+// false with *why on a bad value.
+bool take_knob(Origin origin, const char* key, const char* value, std::string* why) {
+  if (strncmp(key, "sim.store", 9) != 0) return world_take_knob(key, value, why);
+  return origin == Origin::Sim || fault_vfs_knob(key, value, why) >= 0;
 }
 
 // Waits until source has room in the queue, within a bound; false on timeout.
@@ -240,7 +324,11 @@ bool run_statement(sqlite3_stmt* statement, std::string_view key, const char* va
 // the copy alone holds it, sparing SQLite's work on every position written.
 bool store(std::string_view key, const char* value) {
   BusState& b = bus();
-  if (!b.in_memory && !run_statement(b.upsert, key, value)) return false;
+  if (!b.in_memory && key_kept(key)) {
+    if (store_writer_running() ? !journal(key, value, false) : !run_statement(b.upsert, key, value)) {
+      return false;
+    }
+  }
   auto it = b.values.find(key);
   if (it == b.values.end()) {
     b.values.emplace(std::string(key), value);
@@ -254,7 +342,11 @@ bool store(std::string_view key, const char* value) {
 // Removes one key from SQLite and the copy (caller holds lock).
 bool erase(std::string_view key) {
   BusState& b = bus();
-  if (!b.in_memory && !run_statement(b.erase, key, nullptr)) return false;
+  if (!b.in_memory && key_kept(key)) {
+    if (store_writer_running() ? !journal(key, nullptr, true) : !run_statement(b.erase, key, nullptr)) {
+      return false;
+    }
+  }
   auto it = b.values.find(key);
   if (it != b.values.end()) b.values.erase(it);
   return true;
@@ -342,11 +434,12 @@ int write_locked(Lock& lock, Origin origin, int source, const char* key, const c
     *why = "the daemon has not taken the previous write yet";
     return -1;
   }
-  if (!world_take_knob(key, value, why)) return -1;
+  if (!take_knob(origin, key, value, why)) return -1;
   if (origin == Origin::Daemon) join_daemon_stretch();
+  uint64_t mark = bus().last_op_batch;
   char stored[kTextBuf];
   if (!store_write(key, value, stored)) {
-    *why = "the store refused the write";
+    *why = store_writer_running() ? "store not responding: not saved" : "the store refused the write";
     return -1;
   }
   trace_write(origin, key, value);
@@ -357,16 +450,84 @@ int write_locked(Lock& lock, Origin origin, int source, const char* key, const c
     notify_listeners(lock, stored, value);
     return 0;
   }
-  b.pending.push_back({stored, value, source});
+  uint64_t ticket = ++b.next_ticket;
+  b.pending.push_back({stored, value, source, ticket});
   if (source != 0) ++b.queued_from[source];
   b.queued.notify_all();
-  if (source != 0) await_commit(lock);
-  return 0;
+  return source != 0 ? await_taken(lock, ticket, mark, why) : 0;
+}
+
+// Takes a batch that was not stored back out of the copy: each change whose
+// value is still the one the bus shows (caller holds lock).
+void undo_locked(const StoreBatch& batch) {
+  BusState& b = bus();
+  for (auto op = batch.rbegin(); op != batch.rend(); ++op) {
+    auto it = b.values.find(op->key);
+    bool current = op->erase ? it == b.values.end() : it != b.values.end() && it->second == op->value;
+    if (!current) continue;
+    if (op->had_before) {
+      b.values[op->key] = op->before;
+      if (b.change_hook != nullptr) b.change_hook(op->key.c_str(), op->before.c_str());
+    } else {
+      b.values.erase(it);
+    }
+  }
+  recount_list();
+}
+
+// Writer mode: queues the changes of the stretch that ends; undone in memory
+// at once when the writer's queue is full (caller holds lock).
+void submit_open_batch() {
+  BusState& b = bus();
+  if (b.open_batch.empty()) return;
+  StoreBatch batch;
+  batch.swap(b.open_batch);
+  uint64_t number = 0;
+  if (store_writer_submit(batch, &number)) return;
+  undo_locked(batch);
+}
+
+// The writer's report of a batch it could not store.
+void undo_batch(const StoreBatch& batch) {
+  Lock lock(big_lock());
+  undo_locked(batch);
+}
+
+// What a change of the store's health says, on stderr and in the transcript.
+const char* health_line(StoreHealth health) {
+  switch (health) {
+    case StoreHealth::Ok: return "store writing again";
+    case StoreHealth::Full: return "store full: settings are not being saved";
+    case StoreHealth::ReadOnly: return "store read-only: settings are not being saved";
+    case StoreHealth::Failing: return "store failing: settings are not being saved";
+    case StoreHealth::Stalled: return "store not responding: settings are not saved yet";
+  }
+  return "";
+}
+
+// The writer's report: a change of health is said once and shown in sim.store.
+void announce_health(StoreHealth health) {
+  fprintf(stderr, "slewd: %s\n", health_line(health));
+  trace(Kind::Sim, "%s", health_line(health));
+  bus_write(Origin::Sim, "sim.store", store_health_word(health));
 }
 
 }  // namespace
 
+void bus_store_async() {
+  {
+    Lock lock(big_lock());
+    BusState& b = bus();
+    if (b.db == nullptr || b.in_memory || store_writer_running()) return;
+    if (b.in_transaction) exec("COMMIT");
+    b.in_transaction = false;
+    store_writer_start(b.db, undo_batch, announce_health);
+  }
+  bus_write(Origin::Sim, "sim.store", "ok");
+}
+
 int bus_open(const char* path) {
+  store_writer_stop();
   Lock lock(big_lock());
   close_locked();
   BusState& b = bus();
@@ -374,7 +535,8 @@ int bus_open(const char* path) {
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
   b.path = path;
   b.in_memory = strcmp(path, ":memory:") == 0;
-  if (sqlite3_open_v2(path, &b.db, flags, nullptr) != SQLITE_OK) {
+  const char* vfs = b.in_memory ? nullptr : fault_vfs_name();
+  if (sqlite3_open_v2(path, &b.db, flags, vfs) != SQLITE_OK) {
     report("cannot open");
     close_locked();
     return -1;
@@ -387,6 +549,13 @@ int bus_open(const char* path) {
 }
 
 void bus_close() {
+  {
+    Lock lock(big_lock());
+    bus().in_transaction = false;
+    if (store_writer_running()) submit_open_batch();
+  }
+  // Outside the lock: the writer may be undoing a batch, which takes it.
+  store_writer_stop();
   Lock lock(big_lock());
   close_locked();
 }
@@ -428,13 +597,21 @@ void bus_stretch_end() {
   if (t_dirty_in == b.session) --b.dirty_threads;
   t_dirty_in = 0;
   if (b.dirty_threads > 0 || !b.in_transaction) return;
-  if (!exec("COMMIT")) exec("ROLLBACK");
   b.in_transaction = false;
+  if (store_writer_running()) {
+    submit_open_batch();
+  } else if (!exec("COMMIT") && !sqlite3_get_autocommit(b.db)) {
+    exec("ROLLBACK");
+  }
   b.committed.notify_all();
 }
 
 bool bus_read(const char* key, char* out, size_t len) {
   if (key == nullptr) return false;
+  if (strcmp(key, "sim.store.calls") == 0) {
+    if (len > 0) snprintf(out, len, "%ld", fault_vfs_calls());
+    return true;
+  }
   Lock lock(big_lock());
   const auto& values = bus().values;
   auto it = values.find(std::string_view(key));
@@ -451,11 +628,13 @@ void bus_deliver_pending() {
   while (!b.pending.empty()) {
     Notification next = std::move(b.pending.front());
     b.pending.pop_front();
+    b.handed_ticket = next.ticket;
     notify_listeners(lock, next.key.c_str(), next.value.c_str());
     // Counted until handled, so that its writer's next write waits for it.
     if (next.source != 0 && b.queued_from[next.source] > 0) --b.queued_from[next.source];
-    b.delivered.notify_all();
     bus_stretch_end();
+    b.delivered_ticket = next.ticket;
+    b.delivered.notify_all();
   }
   b.delivering = false;
 }
@@ -507,6 +686,12 @@ int bus_restore_default(const char* key) {
   }
   // Called by the daemon: part of its stretch. A savepoint nests in it.
   join_daemon_stretch();
+  if (store_writer_running()) {
+    bool queued = true;
+    for (const std::string& k : entries) queued = erase(k) && queued;
+    recount_list();
+    return queued ? 0 : -1;
+  }
   bool ok = exec("SAVEPOINT restore");
   for (const std::string& k : entries) ok = erase(k) && ok;
   if (ok && exec("RELEASE restore")) {

@@ -1,7 +1,8 @@
 // slewctl's commands over the bus socket of bus_protocol.h.
 //
 // Every call has a time limit (--timeout, 5 s by default): a hung slewd
-// cannot hang slewctl. `watch` waits for changes without one once slewd has
+// cannot hang slewctl. A set is answered once slewd has taken it and stored
+// what it stores, so a set that times out may still be applied. `watch` waits for changes without one once slewd has
 // accepted it; `run --wait` waits at most --timeout for the move (60 s by
 // default, as moves take that long).
 #include "bus/bus_client.h"
@@ -73,6 +74,7 @@ struct Session {
   int fd = -1;                       // the connection
   std::optional<LineReader> reader;  // replies of the connection
   int failure = kCtlNoDaemon;        // status of the last failed call
+  bool writing = false;              // a set is awaiting its answer
 
   Session(FILE* error_out, double limit) : err(error_out), timeout(limit) {}
   ~Session() {
@@ -95,7 +97,8 @@ struct Session {
 
   // Reports a reply that did not come in time.
   bool timed_out() {
-    fprintf(err, "slewctl: no answer from slewd within %g s\n", timeout);
+    fprintf(err, "slewctl: no answer from slewd within %g s%s\n", timeout,
+            writing ? "; the write may still be applied" : "");
     failure = kCtlTimeout;
     return false;
   }
@@ -166,7 +169,10 @@ int run_get(const std::string& state, const Options& o, FILE* out, FILE* err) {
 // Writes value to key on an open session; a status.
 int write_value(Session& s, const std::string& key, const std::string& value) {
   std::string reply;
-  if (!s.ask("set " + key + " " + proto_escape(value), &reply)) return s.failure;
+  s.writing = true;
+  bool answered = s.ask("set " + key + " " + proto_escape(value), &reply);
+  s.writing = false;
+  if (!answered) return s.failure;
   return reply == "ok" ? kCtlOk : unexpected(s.err, reply);
 }
 
@@ -308,10 +314,12 @@ int run_run(const std::string& state, const Options& o, FILE* out, FILE* err) {
   for (size_t i = 2; i < o.words.size(); ++i) command += " " + o.words[i];
   if (!value_ok(command, err)) return kCtlRefused;
   double limit = o.timeout > 0 ? o.timeout : (o.wait ? kDefaultRunTimeout : kDefaultTimeout);
-  Session writer(err, o.wait ? kDefaultTimeout : limit);
+  // --timeout bounds every call; without it each reply has the usual 5 s.
+  double each = o.timeout > 0 ? o.timeout : kDefaultTimeout;
+  Session writer(err, each);
   if (!o.wait) return writer.open(state) ? write_value(writer, "ptz.run_mode", command) : writer.failure;
   // The watch is in place before the command, so no change is missed.
-  Session watch(err, kDefaultTimeout);
+  Session watch(err, each);
   int status = open_watch(watch, state, "ptz.");
   if (status != kCtlOk) return status;
   Motion m;

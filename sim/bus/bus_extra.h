@@ -38,6 +38,9 @@ void bus_forget_source(int source);
 // Real time: commit the daemon's writes per stretch (see bus.cpp) instead of
 // one by one. Off after bus_open.
 void bus_group_commits(bool on);
+// Real time: from now on the store is written by a thread of its own
+// (store/store_writer.h) and sim.store tells its health. Until bus_close.
+void bus_store_async();
 // The calling thread ends a stretch: the daemon sleeps, or a notification has
 // been delivered. Commits once no daemon thread is inside a stretch.
 void bus_stretch_end();

@@ -14,6 +14,7 @@
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -66,6 +67,8 @@ struct Connection {
 
 struct Server {
   std::string path;                 // socket file
+  dev_t device = 0;                 // its identity, to remove only our own
+  ino_t inode = 0;
   int listen_fd = -1;               // accepting socket
   int stop_fd = -1;                 // eventfd: wakes the accept loop to stop
   int reap_fd = -1;                 // eventfd: a connection has finished
@@ -385,6 +388,15 @@ int listen_on(const std::string& path, std::string* error) {
     *error = std::string("cannot make a socket: ") + strerror(errno);
     return -1;
   }
+  // A socket file another process answers on is a live camera's: kept.
+  int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  bool live = probe >= 0 && connect(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  if (probe >= 0) close(probe);
+  if (live) {
+    *error = "another slewd answers on " + path;
+    close(fd);
+    return -1;
+  }
   unlink(path.c_str());
   if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(fd, 64) != 0) {
     *error = "cannot listen on " + path + ": " + strerror(errno);
@@ -414,23 +426,38 @@ void close_server_fds() {
   }
 }
 
+// Removes the socket file when it is still the one this process bound.
+void unlink_own() {
+  Server& s = server();
+  struct stat st {};
+  if (s.path.empty() || stat(s.path.c_str(), &st) != 0) return;
+  if (st.st_dev == s.device && st.st_ino == s.inode) unlink(s.path.c_str());
+}
+
 }  // namespace
 
-int bus_server_start(const std::string& path, std::string* error) {
+int bus_server_listen(const std::string& path, std::string* error) {
   Server& s = server();
   raise_descriptor_limit();
   s.listen_fd = listen_on(path, error);
   if (s.listen_fd < 0) return -1;
+  struct stat st {};
+  stat(path.c_str(), &st);
+  s.path = path;
+  s.device = st.st_dev;
+  s.inode = st.st_ino;
+  return 0;
+}
+
+int bus_server_start(std::string* error) {
+  Server& s = server();
   s.stop_fd = eventfd(0, EFD_CLOEXEC);
   s.reap_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   s.spare_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (s.stop_fd < 0 || s.reap_fd < 0) {
     *error = std::string("cannot make an event: ") + strerror(errno);
-    close_server_fds();
-    unlink(path.c_str());
     return -1;
   }
-  s.path = path;
   bus_set_change_hook(on_change);
   s.acceptor = std::thread(accept_loop);
   return 0;
@@ -439,17 +466,19 @@ int bus_server_start(const std::string& path, std::string* error) {
 void bus_server_stop() {
   Server& s = server();
   if (s.listen_fd < 0) return;
-  uint64_t one = 1;
-  (void)!write(s.stop_fd, &one, sizeof one);
-  s.acceptor.join();
-  reap_connections(true);
-  bus_set_change_hook(nullptr);
+  if (s.acceptor.joinable()) {
+    uint64_t one = 1;
+    (void)!write(s.stop_fd, &one, sizeof one);
+    s.acceptor.join();
+    reap_connections(true);
+    bus_set_change_hook(nullptr);
+  }
   close_server_fds();
-  unlink(s.path.c_str());
+  // The path stays: a signal thread's bus_server_unlink may still read it,
+  // and finds no file of ours.
+  unlink_own();
 }
 
-void bus_server_unlink() {
-  if (!server().path.empty()) unlink(server().path.c_str());
-}
+void bus_server_unlink() { unlink_own(); }
 
 }  // namespace sim

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -20,6 +21,7 @@
 #include "bus/bus_protocol.h"
 #include "bus/bus_server.h"
 #include "core/core.h"
+#include "store/store_check.h"
 #include "world/factory_defaults.h"
 
 namespace sim {
@@ -27,6 +29,7 @@ namespace {
 
 struct Realtime {
   bool running = false;            // between start and stop (main thread only)
+  std::string store;               // the store's path
   std::atomic<bool> quit{false};   // asks the threads to end
   std::thread world;               // moves the world when it is due
   std::thread bus;                 // delivers notifications
@@ -84,7 +87,7 @@ void signal_loop() {
 // Starts the world, bus, signal and socket threads. The daemon's signals
 // stay blocked in every thread, the caller's included, so that only the
 // signal thread takes them. -1 with *error.
-int start_threads(const std::string& state, std::string* error) {
+int start_threads(std::string* error) {
   sigset_t all, old, daemon = daemon_signals();
   pthread_sigmask(SIG_BLOCK, &daemon, nullptr);
   sigfillset(&all);
@@ -92,7 +95,7 @@ int start_threads(const std::string& state, std::string* error) {
     sigdelset(&all, sync_signal);
   }
   pthread_sigmask(SIG_BLOCK, &all, &old);
-  int result = bus_server_start(socket_path(state), error);
+  int result = bus_server_start(error);
   if (result == 0) {
     rt().quit = false;
     rt().world = std::thread(world_loop);
@@ -122,28 +125,63 @@ bool prepare_sandbox(const std::string& root, std::string* error) {
 // Undoes a partial start.
 void undo_start() {
   Realtime& r = rt();
+  bus_server_stop();
   bus_close();
   transcript_close_file();
   if (r.lock_fd >= 0) close(r.lock_fd);
   r.lock_fd = -1;
 }
 
+// Refuses a state folder the camera cannot use, before anything in it
+// changes.
+bool state_usable(const std::string& state, std::string* error) {
+  sockaddr_un address;
+  if (!socket_address(socket_path(state), &address, error)) return false;
+  struct stat st {};
+  if (stat(state.c_str(), &st) != 0) return true;  // made by the lock
+  if (!S_ISDIR(st.st_mode)) {
+    *error = "the state folder " + state + " is not a folder";
+    return false;
+  }
+  if (access(state.c_str(), W_OK | X_OK) != 0) {
+    *error = "the state folder " + state + " is not writable";
+    return false;
+  }
+  return true;
+}
+
+// Checks, repairs and opens the store, then fills in what a new or
+// restored one lacks. -1 with *error.
+int open_store(const std::string& state, StoreCheck* check, std::string* error) {
+  std::string store = state + "/bus.db";
+  rt().store = store;
+  if (store_check(store, check, error) != 0) return -1;
+  for (const std::string& line : check->said) fprintf(stderr, "slewd: %s\n", line.c_str());
+  if (bus_open(store.c_str()) != 0) {
+    *error = "cannot open the bus store " + store;
+    return -1;
+  }
+  if (check->fresh) put_factory_defaults();
+  for (const auto& [key, value] : check->rows) bus_put(key.c_str(), value.c_str());
+  return 0;
+}
+
 }  // namespace
 
 int realtime_lock_state(const std::string& state, std::string* error) {
-  std::string path = state + "/lock";
-  if (sandbox_make_parents(path.c_str()) != 0) {
+  // The folder itself is locked: no file can be deleted to defeat it.
+  if (sandbox_make_parents((state + "/bus.db").c_str()) != 0) {
     *error = "cannot create the state folder " + state + ": " + strerror(errno);
     return -1;
   }
-  int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  int fd = open(state.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) {
-    *error = "cannot open " + path + ": " + strerror(errno);
+    *error = "cannot open " + state + ": " + strerror(errno);
     return -1;
   }
   if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
     *error = errno == EWOULDBLOCK ? "another slewd is running on " + state
-                                  : "cannot lock " + path + ": " + strerror(errno);
+                                  : "cannot lock " + state + ": " + strerror(errno);
     close(fd);
     return -1;
   }
@@ -156,29 +194,31 @@ int realtime_start(const std::string& state, std::string* error) {
     *error = "the camera is already running";
     return -1;
   }
+  if (!state_usable(state, error)) return -1;
+  // Lock, socket and store in hand before anything else in the folder
+  // changes: a failed start leaves the last transcript as it was.
   r.lock_fd = realtime_lock_state(state, error);
   if (r.lock_fd < 0) return -1;
   clock_init(ClockMode::Real);
-  std::string store = state + "/bus.db";
-  bool fresh = access(store.c_str(), F_OK) != 0;
-  if (bus_open(store.c_str()) != 0) {
-    *error = "cannot open the bus store " + store;
+  StoreCheck check;
+  if (bus_server_listen(socket_path(state), error) != 0 || open_store(state, &check, error) != 0) {
     undo_start();
     return -1;
   }
-  if (fresh) put_factory_defaults();
   bus_group_commits(true);
   if (!prepare_sandbox(state + "/root", error) ||
       !transcript_open_file((state + "/transcript.log").c_str(), error)) {
     undo_start();
     return -1;
   }
+  for (const std::string& line : check.said) trace(Kind::Sim, "%s", line.c_str());
   {
     std::lock_guard<std::recursive_mutex> guard(big_lock());
     world_init();
   }
+  bus_store_async();
   mark_daemon_start();
-  if (start_threads(state, error) != 0) {
+  if (start_threads(error) != 0) {
     undo_start();
     return -1;
   }
@@ -200,6 +240,8 @@ void realtime_stop() {
   sigset_t daemon = daemon_signals();
   pthread_sigmask(SIG_UNBLOCK, &daemon, nullptr);
   undo_start();
+  // Closed in good order: the copy a later damage starts from.
+  store_keep_copy(r.store);
   r.running = false;
 }
 

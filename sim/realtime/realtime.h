@@ -1,6 +1,7 @@
 // The real-time camera: the simulated camera running beside the daemon in
 // real time. Its state folder holds the bus store (bus.db), the sandbox root
-// (root/), the bus socket (bus.sock), transcript.log and the lock file (lock).
+// (root/), the bus socket (bus.sock) and transcript.log; the folder itself is
+// locked while a camera runs on it.
 #pragma once
 
 #include <string>

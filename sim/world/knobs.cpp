@@ -103,7 +103,8 @@ const Knob kKnobs[] = {
 };
 
 // Keys the camera writes about itself and nobody else may write.
-const char* const kReadOnly[] = {"sim.lens.focal_wide", "sim.lens.focal_tele", "sim.lens.zoom_max"};
+const char* const kReadOnly[] = {"sim.lens.focal_wide", "sim.lens.focal_tele", "sim.lens.zoom_max",
+                                 "sim.store", "sim.store.calls"};
 
 }  // namespace
 
