@@ -8,11 +8,11 @@
 
 #include "auth.h"
 #include "head_state.h"
-#include "onvif_bus.h"
+#include "../onvif/memory_bus.h"
 #include "service.h"
 
 namespace {
-FuzzBus* bus;
+MemoryBus* bus;
 onvif::HeadState* head;
 onvif::Authenticator* auth;
 onvif::Service* service;
@@ -20,7 +20,7 @@ unsigned long count;
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  bus = new FuzzBus;
+  bus = new MemoryBus;
   head = new onvif::HeadState;
   head->on_link(true, {{"ptz.status", "0"}}, onvif::Clock::now());
   auth = new onvif::Authenticator(onvif::Credentials{"admin", "pw"});

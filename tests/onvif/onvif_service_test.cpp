@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "auth.h"
+#include "memory_bus.h"
 #include "discovery.h"
 #include "head_state.h"
 #include "service.h"
@@ -22,39 +23,6 @@
 
 namespace onvif {
 namespace {
-
-// A bus that answers from a map and records what is written.
-class FakeBus : public Bus {
- public:
-  buslink::BusReply get(const std::string& key, std::string* value, std::string*) const override {
-    auto it = keys.find(key);
-    if (it == keys.end()) return buslink::BusReply::kNoValue;
-    *value = it->second;
-    return buslink::BusReply::kOk;
-  }
-  buslink::BusReply set(const std::string& key, const std::string& value, std::string*) const override {
-    writes.push_back(key + "=" + value);
-    // The daemon stores a preset as it takes the command.
-    int id = 0;
-    if (key == "ptz.run_mode" && sscanf(value.c_str(), "set_preset:id:%d", &id) == 1) {
-      keys["ptz.preset.position." + std::to_string(id)] =
-          "id:" + std::to_string(id) + ",pan:0,tilt:0,zoom:0,focus:-1,pref:0,name:" + value.substr(value.find("name:") + 5);
-    }
-    if (key == "ptz.run_mode" && sscanf(value.c_str(), "clr_preset:%d", &id) == 1) {
-      keys.erase("ptz.preset.position." + std::to_string(id));
-    }
-    return buslink::BusReply::kOk;
-  }
-  buslink::BusReply list(const std::string& prefix, std::map<std::string, std::string>* out,
-                         std::string*) const override {
-    for (const auto& [k, v] : keys) {
-      if (k.rfind(prefix, 0) == 0) (*out)[k] = v;
-    }
-    return buslink::BusReply::kOk;
-  }
-  mutable std::map<std::string, std::string> keys;
-  mutable std::vector<std::string> writes;
-};
 
 constexpr const char* kPassword = "pass word";
 
@@ -89,7 +57,7 @@ struct Fixture {
     return service.handle(HttpIn{"cam:8000", "", "POST"}, envelope_of(security("n" + std::to_string(++count), now()), body));
   }
   static std::string now() { return utc_time_text(time(nullptr)); }
-  FakeBus bus;
+  MemoryBus bus;
   HeadState head;
   Authenticator auth;
   Service service;

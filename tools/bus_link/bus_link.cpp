@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -124,6 +125,23 @@ void BusLink::stop() {
   stopping_ = true;
   std::lock_guard lock(watch_mutex_);
   if (watch_fd_ >= 0) shutdown(watch_fd_, SHUT_RDWR);
+}
+
+bool tool_state_folder(const char* program, std::string* state) {
+  std::string error;
+  if (sim::state_folder(state, &error)) return true;
+  fprintf(stderr, "%s: %s\n", program, error.c_str());
+  return false;
+}
+
+sigset_t block_stop_signals() {
+  sigset_t stop_signals;
+  sigemptyset(&stop_signals);
+  sigaddset(&stop_signals, SIGINT);
+  sigaddset(&stop_signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  return stop_signals;
 }
 
 std::string sibling_program(const std::string& name) {

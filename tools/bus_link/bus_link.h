@@ -2,6 +2,8 @@
 // watch that follows every write.
 #pragma once
 
+#include <signal.h>
+
 #include <atomic>
 #include <functional>
 #include <map>
@@ -53,6 +55,14 @@ class BusLink {
   std::mutex watch_mutex_;  // guards watch_fd_ against stop()
   int watch_fd_ = -1;
 };
+
+// The state folder of slewd, as every tool finds it; false after printing
+// "PROGRAM: why" on stderr.
+bool tool_state_folder(const char* program, std::string* state);
+// Blocks SIGINT and SIGTERM in every thread started after it (one thread
+// then takes them with sigwait and ends the tool in order) and ignores
+// SIGPIPE, so a client that leaves mid-answer ends nothing.
+sigset_t block_stop_signals();
 
 // A program installed beside the running one (slewsim beside slewctl or
 // slewweb, as in the build folder and the package), else its bare name for

@@ -29,11 +29,8 @@ int preview(const std::string& state, int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string state, error;
-  if (!sim::state_folder(&state, &error)) {
-    fprintf(stderr, "slewctl: %s\n", error.c_str());
-    return sim::kCtlNoDaemon;
-  }
+  std::string state;
+  if (!buslink::tool_state_folder("slewctl", &state)) return sim::kCtlNoDaemon;
   if (argc >= 2 && strcmp(argv[1], "preview") == 0) return preview(state, argc, argv);
   return sim::slewctl_run(state, argc, argv, stdout, stderr);
 }

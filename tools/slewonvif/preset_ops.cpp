@@ -25,6 +25,17 @@ bool Service::read_presets(std::map<int, std::string>* records, Fault* fault) co
   return true;
 }
 
+// The stored preset the request's PresetToken names (the home slot is not one).
+bool Service::stored_preset(const Call& call, int* id, Fault* fault) const {
+  std::string token = text_of(child_any(call.req.operation, "PresetToken"));
+  std::map<int, std::string> records;
+  if (!read_presets(&records, fault)) return false;
+  if (!token_number(token, 0, kHomePreset - 1, id) || records.count(*id) == 0) {
+    return *fault = bad_arg("ter:NoToken", "no preset \"" + token + "\""), false;
+  }
+  return true;
+}
+
 bool Service::wait_presets(int id, bool present) {
   // The daemon rewrites the list once it has taken the command: wait for it, bounded.
   for (int i = 0; i < 100; ++i) {
@@ -89,13 +100,8 @@ bool Service::set_preset(const Call& call, std::string* out, Fault* fault) {
 bool Service::remove_preset(const Call& call, std::string* out, Fault* fault) {
   if (!check_profile(call, fault)) return false;
   std::lock_guard<std::mutex> lock(preset_mutex_);
-  std::string token = text_of(child_any(call.req.operation, "PresetToken"));
-  std::map<int, std::string> records;
   int id = -1;
-  if (!read_presets(&records, fault)) return false;
-  if (!token_number(token, 0, kHomePreset - 1, &id) || records.count(id) == 0) {
-    return *fault = bad_arg("ter:NoToken", "no preset \"" + token + "\""), false;
-  }
+  if (!stored_preset(call, &id, fault)) return false;
   if (!command("clr_preset:" + std::to_string(id), false, fault)) return false;
   if (!wait_presets(id, false)) return *fault = bus_fault("the preset list did not change"), false;
   *out = "<tptz:RemovePresetResponse/>";
@@ -104,13 +110,8 @@ bool Service::remove_preset(const Call& call, std::string* out, Fault* fault) {
 
 bool Service::goto_preset(const Call& call, std::string* out, Fault* fault) {
   if (!check_profile(call, fault)) return false;
-  std::string token = text_of(child_any(call.req.operation, "PresetToken"));
-  std::map<int, std::string> records;
   int id = -1;
-  if (!read_presets(&records, fault)) return false;
-  if (!token_number(token, 0, kHomePreset - 1, &id) || records.count(id) == 0) {
-    return *fault = bad_arg("ter:NoToken", "no preset \"" + token + "\""), false;
-  }
+  if (!stored_preset(call, &id, fault)) return false;
   if (!head_takes_moves(head_, fault) || !apply_speed(child_any(call.req.operation, "Speed"), fault)) return false;
   if (!command("go_preset:" + std::to_string(id), true, fault)) return false;
   *out = "<tptz:GotoPresetResponse/>";

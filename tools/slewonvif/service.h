@@ -146,6 +146,7 @@ class Service {
   bool command(const std::string& text, bool zoom, Fault*);
   bool apply_speed(pugi::xml_node speed, Fault*);
   bool read_presets(std::map<int, std::string>* records, Fault*) const;
+  bool stored_preset(const Call&, int* id, Fault*) const;
   bool wait_presets(int id, bool present);
   std::string tour_xml(int patrol) const;
   void arm_timeout(long ms);

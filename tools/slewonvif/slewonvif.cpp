@@ -144,20 +144,12 @@ int main(int argc, char** argv) {
   int status = 0;
   if (!parse_args(argc, argv, &o, &status)) return status;
   std::string state, error;
-  if (!sim::state_folder(&state, &error)) {
-    fprintf(stderr, "slewonvif: %s\n", error.c_str());
-    return 3;
-  }
+  if (!buslink::tool_state_folder("slewonvif", &state)) return 3;
   onvif::Credentials creds;
   if (!credentials(o, state, &creds)) return 1;
 
   // SIGINT and SIGTERM are taken by one thread, which ends the servers in order.
-  sigset_t stop_signals;
-  sigemptyset(&stop_signals);
-  sigaddset(&stop_signals, SIGINT);
-  sigaddset(&stop_signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
-  signal(SIGPIPE, SIG_IGN);
+  sigset_t stop_signals = buslink::block_stop_signals();
 
   char hostname[256] = "slewd-camera";
   gethostname(hostname, sizeof hostname - 1);

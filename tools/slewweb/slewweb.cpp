@@ -60,18 +60,10 @@ int main(int argc, char** argv) {
   int status = 0;
   if (!parse_args(argc, argv, &served, &video, &status)) return status;
   std::string state, error;
-  if (!sim::state_folder(&state, &error)) {
-    fprintf(stderr, "slewweb: %s\n", error.c_str());
-    return 3;
-  }
+  if (!buslink::tool_state_folder("slewweb", &state)) return 3;
 
   // SIGINT and SIGTERM are taken by one thread, which ends the server in order.
-  sigset_t stop_signals;
-  sigemptyset(&stop_signals);
-  sigaddset(&stop_signals, SIGINT);
-  sigaddset(&stop_signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
-  signal(SIGPIPE, SIG_IGN);
+  sigset_t stop_signals = buslink::block_stop_signals();
 
   buslink::BusLink bus(state);
   slewweb::EventHub hub(slewweb::kMaxListeners, slewweb::kMaxUnread);
