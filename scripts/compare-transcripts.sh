@@ -5,7 +5,7 @@
 # "N passed, M failed"; exit 0 when all are the same.
 set -Eeuo pipefail
 # A command that stops this script under set -e names itself.
-trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
+trap '_failed=$?; echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $_failed" >&2' ERR
 root=$(cd "$(dirname "$0")/.." && pwd)
 first=$1/transcripts
 second=$2/transcripts

@@ -17,7 +17,7 @@ awk -v suite="$suite" '
     name = ""
   }
   result_line($0) || start_line($0) || /^[0-9]+% tests passed/ { flush() }
-  result_line($0) && /\*\*\*/ {
+  result_line($0) && /\*\*\*/ && !/\*\*\*Skipped/ {
     line = $0
     sub(/^ *[0-9]+\/[0-9]+ +Test +#[0-9]+: /, "", line)
     name = line; sub(/ .*/, "", name)

@@ -4,7 +4,7 @@
 # them. Exit 0 when nothing failed.
 set -Eeuo pipefail
 # A command that stops this script under set -e names itself.
-trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
+trap '_failed=$?; echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $_failed" >&2' ERR
 root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
 dir="$root/build-test/fuzz"

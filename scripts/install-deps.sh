@@ -8,7 +8,7 @@
 # Usage: install-deps.sh [run]
 set -Eeuo pipefail
 # A command that stops this script under set -e names itself.
-trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
+trap '_failed=$?; echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $_failed" >&2' ERR
 # Libraries present for both processors are named with theirs.
 native=$(dpkg --print-architecture)
 # The build, the bus store, slewweb's HTTP and JSON, slewsim's plots;

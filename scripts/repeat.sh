@@ -5,7 +5,7 @@
 # benchmark: it finds the tests that fail only now and then.
 # Usage: scripts/repeat.sh [N] [BUILD_DIR]
 set -Eeuo pipefail
-trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
+trap '_failed=$?; echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $_failed" >&2' ERR
 root=$(cd "$(dirname "$0")/.." && pwd)
 runs=${1:-20}
 dir=${2:-$root/build-test/plain}

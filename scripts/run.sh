@@ -3,7 +3,7 @@
 # Arguments are passed to slewd (e.g. `scripts/run.sh spddry 2`).
 set -Eeuo pipefail
 # A command that stops this script under set -e names itself.
-trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
+trap '_failed=$?; echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $_failed" >&2' ERR
 root=$(cd "$(dirname "$0")/.." && pwd)
 # Only what building and running needs; the test command installs the rest.
 "$root/scripts/install-deps.sh" run

@@ -8,7 +8,7 @@
 # its suite, its first failing line and the log that holds the rest.
 set -Eeuo pipefail
 # A command that stops this script under set -e names itself.
-trap 'echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
+trap '_failed=$?; echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $_failed" >&2' ERR
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-deps.sh"
 jobs=2
@@ -110,4 +110,4 @@ if [ -s "$failures" ]; then
   echo "== failed"
   cat "$failures"
 fi
-[ "$total_fail" -eq 0 ]
+[ "$total_fail" -eq 0 ] || exit 1

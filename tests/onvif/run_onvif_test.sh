@@ -8,7 +8,7 @@
 # run_onvif_test.sh BUILD_FOLDER
 set -Eeuo pipefail
 # A command that stops this script under set -e names itself.
-trap 'echo "FAIL: $(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?"' ERR
+trap '_failed=$?; echo "FAIL: $(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $_failed"' ERR
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "$1" && pwd)
 

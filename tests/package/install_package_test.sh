@@ -15,7 +15,7 @@ root=$scratch/root
 
 fail() { echo "FAIL: $*"; exit 1; }
 # A command that stops the script under set -e names itself.
-trap 'echo "FAIL: line $LINENO: \"$BASH_COMMAND\" exited with status $?"' ERR
+trap '_failed=$?; echo "FAIL: line $LINENO: \"$BASH_COMMAND\" exited with status $_failed"' ERR
 
 (cd "$build" && cpack -G DEB -B "$scratch/out" >"$scratch/cpack.log" 2>&1) || { cat "$scratch/cpack.log"; fail "cpack"; }
 # Globs, not pipelines: a "find | head" dies of SIGPIPE under pipefail.
