@@ -151,6 +151,15 @@ async function clickToCentre(page, name, zoom, tiltOffsetDeg) {
   const tilt = Math.round(((mark.tilt + tiltOffsetDeg * half.h + 27) * 65535) / 360);
   await aim(pan, tilt, zoom);
   await pageFollows(page);
+  // A busy machine can hold a frame of the last zoom still on the page for a
+  // while: wait until the landmark stands about where this aim puts it (its
+  // distance from the centre, by the field of view), then take its place.
+  const rad = Math.PI / 180;
+  const aimedOff = (0.5 * Math.tan(0.45 * half.w * rad)) / Math.tan(half.w * rad);
+  await until(`${name} where the aim puts it`, async () => {
+    const seen = await page.evaluate((n) => window.slewweb.landmarkOnPicture(n), name);
+    return seen && Math.abs(Math.abs(seen.x - seen.width / 2) / seen.width - aimedOff) < 0.04;
+  });
   const before = await landmarkShown(page, name);
   if (Math.abs(before.x - before.width / 2) < 0.05 * before.width) throw new Error("landmark already centred");
   const from = transcript().length;
@@ -164,8 +173,18 @@ async function clickToCentre(page, name, zoom, tiltOffsetDeg) {
   await until("the head to turn", () => absTargets(from));
   await settled();
   await pageFollows(page);
-  const after = await landmarkShown(page, name);
-  const off = Math.hypot(after.x - after.width / 2, after.y - after.height / 2) / after.width;
+  // The picture may trail the head by a late frame: look until it shows the
+  // landmark at the centre, or report where it stayed.
+  let off = 1;
+  try {
+    await until(`${name} at the centre`, async () => {
+      const after = await landmarkShown(page, name);
+      off = Math.hypot(after.x - after.width / 2, after.y - after.height / 2) / after.width;
+      return off <= 0.02;
+    }, 10000);
+  } catch {
+    // off holds the last place seen
+  }
   const where = `${(off * 100).toFixed(2)} % of the width from the centre`;
   if (off > 0.02) throw new Error(`${name} ends ${where}`);
   return `ends ${where}`;
