@@ -253,7 +253,8 @@ async function main() {
     // Two zooms and two tilts. Well at zoom 6000 with the tilt offset +0.4
     // ended 23.59 % of the width off in 2 of about 10 runs on a loaded
     // machine, the same figure each time: left out until that is understood.
-    const cases = [["Barn", 0, 0.5], ["Well", 0, -0.4], ["Barn", 6000, -0.5]];
+    const cases = [["Barn", 0, 0.5], ["Well", 0, -0.4], ["Barn", 6000, -0.5]]
+      .filter(([, zoom]) => !process.env.SLEWWEB_TEST_WIDE_ONLY || zoom === 0);
     for (const [name, zoom, tilt] of cases) {
       await check(`a click brings ${name} to the centre at zoom ${zoom}, tilt offset ${tilt}`,
         () => clickToCentre(page, name, zoom, tilt));
