@@ -172,6 +172,13 @@ async function clickToCentre(page, name, zoom, tiltOffsetDeg) {
   }
   await until("the head to turn", () => absTargets(from));
   await settled();
+  // A view move done within one update after a rest stays unpublished until
+  // the head next moves (docs/video.md); the picture shows what is published,
+  // so a detour to the move's target publishes it.
+  const target = absTargets(from);
+  if ((await get("ptz.pan_pos")) !== String(target.pan) || (await get("ptz.tilt_pos")) !== String(target.tilt)) {
+    await aim(target.pan, target.tilt, zoom);
+  }
   await pageFollows(page);
   // The picture may trail the head by a late frame: look until it shows the
   // landmark at the centre, or report where it stayed.
@@ -211,13 +218,15 @@ async function main() {
       await until("a frame from slewvideo", () => page.$eval("#picture", (e) => e.naturalWidth === 640));
     });
 
+    // A preview runs at nice 10, so a busy machine (a sanitizer build beside
+    // other builds) can hold it back for minutes.
     await check("the timeline shows the preview and follows a setting", async () => {
-      await until("the first plot", () => page.$eval("#preview-plot", (e) => e.naturalWidth > 0), 60000);
+      await until("the first plot", () => page.$eval("#preview-plot", (e) => e.naturalWidth > 0), 150000);
       await until("the table", () => page.$eval("#preview-table", (e) => e.textContent.includes("why")));
       await set("ptz.system.recover_mode", "go_preset:1");
       await set("ptz.system.recover_time", "30");
       await until("the recover timer in the table",
-        () => page.$eval("#preview-table", (e) => e.textContent.includes("recover timer")), 60000);
+        () => page.$eval("#preview-table", (e) => e.textContent.includes("recover timer")), 150000);
       await set("ptz.system.recover_time", "off");
     });
 
@@ -250,11 +259,8 @@ async function main() {
       await until("the preset name on the picture", async () => (await get("system.cam1.osd.preset_name")) === "gate view");
     });
 
-    // Two zooms and two tilts. Well at zoom 6000 with the tilt offset +0.4
-    // ended 23.59 % of the width off in 2 of about 10 runs on a loaded
-    // machine, the same figure each time: left out until that is understood.
-    const cases = [["Barn", 0, 0.5], ["Well", 0, -0.4], ["Barn", 6000, -0.5]]
-      .filter(([, zoom]) => !process.env.SLEWWEB_TEST_WIDE_ONLY || zoom === 0);
+    // Two zooms and two tilts.
+    const cases = [["Barn", 0, 0.5], ["Well", 0, -0.4], ["Barn", 6000, -0.5], ["Well", 6000, 0.4]];
     for (const [name, zoom, tilt] of cases) {
       await check(`a click brings ${name} to the centre at zoom ${zoom}, tilt offset ${tilt}`,
         () => clickToCentre(page, name, zoom, tilt));
