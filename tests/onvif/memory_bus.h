@@ -33,8 +33,7 @@ class MemoryBus : public onvif::Bus {
     }
     return buslink::BusReply::kOk;
   }
-  buslink::BusReply list(const std::string& prefix, std::map<std::string, std::string>* out,
-                         std::string*) const override {
+  buslink::BusReply list(const std::string& prefix, std::map<std::string, std::string>* out, std::string*) const override {
     for (const auto& [k, v] : keys) {
       if (k.rfind(prefix, 0) == 0) (*out)[k] = v;
     }

@@ -3,10 +3,7 @@
 // the projection puts them before and after a move, a click that brings a
 // landmark to the centre, the "no head" mark while slewd is gone and the
 // recovery when it is back.
-#include <fcntl.h>
 #include <httplib.h>
-#include <poll.h>
-#include <turbojpeg.h>
 
 #include <cmath>
 
@@ -36,13 +33,12 @@ std::string Shell(const std::string& command, int* status = nullptr, size_t limi
 struct Rgb {
   int w = 0, h = 0;
   std::vector<uint8_t> px;
-  const uint8_t* at(int x, int y) const { return px.data() + (size_t(y) * w + x) * 3; }
+  // Whether the pixel at x, y is within tol of a colour on every channel.
+  bool Near(int x, int y, int r, int g, int b, int tol) const {
+    const uint8_t* p = px.data() + (size_t(y) * w + x) * 3;
+    return std::abs(p[0] - r) <= tol && std::abs(p[1] - g) <= tol && std::abs(p[2] - b) <= tol;
+  }
 };
-
-// Whether a pixel is within tol of a colour on every channel.
-bool Near(const uint8_t* p, int r, int g, int b, int tol) {
-  return std::abs(p[0] - r) <= tol && std::abs(p[1] - g) <= tol && std::abs(p[2] - b) <= tol;
-}
 
 // Centre of the pixels of a landmark's colour; none when fewer than 20 have it.
 std::optional<render::Point> Centroid(const Rgb& pic, const render::Landmark& mark) {
@@ -50,18 +46,17 @@ std::optional<render::Point> Centroid(const Rgb& pic, const render::Landmark& ma
   int n = 0;
   for (int y = 0; y < pic.h; ++y) {
     for (int x = 0; x < pic.w; ++x) {
-      if (Near(pic.at(x, y), mark.r, mark.g, mark.b, 40)) sx += x, sy += y, ++n;
+      if (pic.Near(x, y, mark.r, mark.g, mark.b, 40)) sx += x, sy += y, ++n;
     }
   }
-  if (n < 20) return std::nullopt;
-  return render::Point{sx / n + 0.5, sy / n + 0.5};
+  return n < 20 ? std::nullopt : std::optional<render::Point>({sx / n + 0.5, sy / n + 0.5});
 }
 
 // Pixels of the red of the "no head" mark in the picture's lower band.
 int NoHeadPixels(const Rgb& pic) {
   int n = 0;
   for (int y = pic.h * 3 / 4; y < pic.h * 9 / 10; ++y) {
-    for (int x = 0; x < pic.w; ++x) n += Near(pic.at(x, y), 255, 26, 26, 60);
+    for (int x = 0; x < pic.w; ++x) n += pic.Near(x, y, 255, 26, 26, 60);
   }
   return n;
 }
@@ -69,7 +64,7 @@ int NoHeadPixels(const Rgb& pic) {
 // Row of the horizon in column x: the first ground pixel from the top.
 int HorizonRow(const Rgb& pic, int x) {
   for (int y = 0; y < pic.h; ++y) {
-    if (Near(pic.at(x, y), 0x86, 0xa8, 0x6a, 30)) return y;
+    if (pic.Near(x, y, 0x86, 0xa8, 0x6a, 30)) return y;
   }
   return -1;
 }
@@ -96,61 +91,33 @@ class VideoStream : public SlewdProcess {
   }
   // Starts slewvideo on free ports and reads the URLs it prints.
   void StartVideo() {
-    int out[2];
-    ASSERT_EQ(pipe(out), 0);
     video_ = fork();
     if (video_ == 0) {
-      dup2(out[1], 1);
-      close(out[0]);
+      if (freopen((state_ + "/video.out").c_str(), "w", stdout) == nullptr) _exit(127);
       setenv("SLEWD_STATE", state_.c_str(), 1);
       // GStreamer keeps allocations for the life of the process on purpose.
       setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
       execl(SLEWVIDEO_PATH, "slewvideo", "--rtsp", "127.0.0.1:0", "--http", "127.0.0.1:0", (char*)nullptr);
       _exit(127);
     }
-    close(out[1]);
     std::string text;
-    char buf[256];
-    pollfd p{out[0], POLLIN, 0};
-    while (text.find("\nhttp ") == std::string::npos || text.back() != '\n') {
-      ASSERT_GT(poll(&p, 1, 30000), 0) << "slewvideo printed no URLs: " << text;
-      ssize_t n = read(out[0], buf, sizeof buf);
-      ASSERT_GT(n, 0) << text;
-      text.append(buf, n);
+    for (int i = 0; i < 300 && (text.find("\nhttp ") == std::string::npos || text.back() != '\n'); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      text = Shell("cat " + state_ + "/video.out");
     }
-    close(out[0]);
     std::istringstream lines(text);
-    std::string word;
-    while (lines >> word) (word == "rtsp" ? lines >> rtsp_ : word == "http" ? lines >> http_ : lines);
+    for (std::string word; lines >> word;) (word == "rtsp" ? lines >> rtsp_ : word == "http" ? lines >> http_ : lines);
+    ASSERT_FALSE(http_.empty()) << "slewvideo printed no URLs: " << text;
   }
-  // One frame decoded from the RTSP stream by ffmpeg.
-  Rgb Grab() {
-    Rgb pic{kWidth, kHeight, {}};
-    std::string raw = Shell("timeout 60 ffmpeg -v error -rtsp_transport tcp -i " + rtsp_ +
-                          " -frames:v 1 -f rawvideo -pix_fmt rgb24 - 2>/dev/null");
-    pic.px.assign(raw.begin(), raw.end());
-    EXPECT_EQ(pic.px.size(), size_t(kWidth) * kHeight * 3);
-    pic.px.resize(size_t(kWidth) * kHeight * 3);
-    return pic;
+  // One frame decoded by ffmpeg: of the RTSP stream, or of the snapshot (the current frame as a JPEG).
+  Rgb Grab(bool snapshot = false) {
+    std::string raw = Shell("timeout 60 ffmpeg -v error " + (snapshot ? "-i " + http_ + "/snapshot.jpg" :
+                            "-rtsp_transport tcp -i " + rtsp_) + " -frames:v 1 -f rawvideo -pix_fmt rgb24 - 2>/dev/null");
+    EXPECT_EQ(raw.size(), size_t(kWidth) * kHeight * 3) << snapshot;
+    raw.resize(size_t(kWidth) * kHeight * 3);
+    return Rgb{kWidth, kHeight, {raw.begin(), raw.end()}};
   }
-  // The current frame as /snapshot.jpg, decoded with libjpeg-turbo.
-  Rgb Snapshot() {
-    Rgb pic;
-    httplib::Client client(http_);
-    auto res = client.Get("/snapshot.jpg");
-    if (!res || res->status != 200 || res->get_header_value("Content-Type") != "image/jpeg") {
-      ADD_FAILURE() << "no snapshot";
-      return pic;
-    }
-    tjhandle dec = tjInitDecompress();
-    int sub = 0, cs = 0;
-    tjDecompressHeader3(dec, (const unsigned char*)res->body.data(), res->body.size(), &pic.w, &pic.h, &sub, &cs);
-    pic.px.resize(size_t(pic.w) * pic.h * 3);
-    EXPECT_EQ(tjDecompress2(dec, (const unsigned char*)res->body.data(), res->body.size(), pic.px.data(), pic.w, 0,
-                            pic.h, TJPF_RGB, 0), 0);
-    tjDestroy(dec);
-    return pic;
-  }
+  Rgb Snapshot() { return Grab(true); }
   // The bus value of key, or empty.
   std::string Get(const char* key) {
     std::string out;
@@ -177,8 +144,9 @@ class VideoStream : public SlewdProcess {
   // The head view as published now.
   render::HeadView PublishedView() {
     std::map<std::string, std::string> bus;
-    for (const std::string& key : render::view_keys()) bus[key] = Get(key.c_str());
-    for (auto it = bus.begin(); it != bus.end();) it = it->second.empty() ? bus.erase(it) : std::next(it);
+    for (const std::string& key : render::view_keys()) {
+      if (std::string value = Get(key.c_str()); !value.empty()) bus[key] = value;
+    }
     return render::head_view(bus);
   }
   // The Mast is in pic where the projection puts it, and so is the horizon.
@@ -254,6 +222,9 @@ TEST_F(VideoStream, ShowsWhatTheHeadSeesAndOutlivesSlewd) {
   auto mast = render::project(kLandmarks[0].pan, kLandmarks[0].tilt, view);
   ASSERT_EQ(Ctl({"run", "view:" + std::to_string(lround(mast->x)) + "," + std::to_string(lround(mast->y)), "--wait"}), 0);
   AwaitStill();
+  auto jpeg = httplib::Client(http_).Get("/snapshot.jpg");
+  ASSERT_TRUE(jpeg && jpeg->status == 200);
+  EXPECT_EQ(jpeg->get_header_value("Content-Type"), "image/jpeg");
   for (const Rgb& pic : {Grab(), Snapshot()}) {
     auto found = Centroid(pic, kLandmarks[0]);
     ASSERT_TRUE(found);

@@ -1,42 +1,16 @@
 // Drives slewweb's page in headless Chromium against a real-time slewd and
 // checks what a user would: the picture shows, the position shows, arrows
 // move and stop the head, a click on the rendered picture brings a landmark
-// to the centre, presets store and go, and foreign requests are refused. The bus is read with slewctl.
+// to the centre, presets store and go, and foreign requests are refused.
 //
 // node browser_test.mjs URL SLEWCTL STATE_FOLDER SCREENSHOT
-import { execFile } from "node:child_process";
 import { readFileSync } from "node:fs";
 import http from "node:http";
-import { promisify } from "node:util";
 import puppeteer from "puppeteer-core";
+import { busOf, check, failures, skipped, sleep, until } from "../lib/harness.mjs";
 
 const [url, slewctl, state, screenshot] = process.argv.slice(2);
-const run = promisify(execFile);
-const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
-const failures = [];
-const skipped = [];
-
-// One bus key through slewctl ("" when it holds none).
-async function get(key) {
-  try {
-    return (await run(slewctl, ["get", key], { env: { ...process.env, SLEWD_STATE: state } })).stdout.trim();
-  } catch {
-    return "";
-  }
-}
-// Writes one bus key through slewctl, as another process would.
-const set = (key, value) => run(slewctl, ["set", key, value], { env: { ...process.env, SLEWD_STATE: state } });
-
-// Polls check() until it gives a truthy value, at most ms; throws with what when it never does.
-async function until(what, check, ms = 20000) {
-  const end = Date.now() + ms;
-  for (;;) {
-    const v = await check();
-    if (v) return v;
-    if (Date.now() > end) throw new Error(`timed out waiting for ${what}`);
-    await sleep(50);
-  }
-}
+const { get, set } = busOf(slewctl);
 
 // Waits until the head stands: status 0 and the same position on two reads 300 ms apart.
 async function settled() {
@@ -48,96 +22,54 @@ async function settled() {
   });
 }
 
-// Runs one case; a failure is recorded and the next case still runs. The
-// case may hand back a note for its line, or "skip".
-async function check(name, body) {
-  try {
-    const note = await body();
-    if (note === "skip") skipped.push(name);
-    console.log(note === "skip" ? `SKIP ${name}` : `ok   ${name}${note ? ` (${note})` : ""}`);
-  } catch (e) {
-    failures.push(name);
-    console.log(`FAIL ${name}: ${e.message}`);
-  }
-}
-
 // Sends a raw request to slewweb; resolves with the status code.
-function request(method, path, headers, body) {
+const request = (method, path, headers, body) => new Promise((resolve, reject) => {
   const u = new URL(url);
-  return new Promise((resolve, reject) => {
-    const req = http.request({ host: u.hostname, port: u.port, method, path, headers }, (res) => {
-      res.resume();
-      resolve(res.statusCode);
-    });
-    req.on("error", reject);
-    req.end(body);
-  });
-}
-
-// Presses a button with the mouse for ms, checking during(): while held.
-async function hold(page, selector, ms, during) {
-  const box = await (await page.$(selector)).boundingBox();
-  await page.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
-  await page.mouse.down();
-  await sleep(ms);
-  await during();
-  await page.mouse.up();
-}
-
+  http.request({ host: u.hostname, port: u.port, method, path, headers }, (res) => { res.resume(); resolve(res.statusCode); })
+    .on("error", reject).end(body);
+});
 // The transcript of the daemon from byte `from` on.
 const transcript = (from = 0) => readFileSync(`${state}/transcript.log`, "utf8").slice(from);
-
 // Where the last absolute moves since byte `from` of the transcript send the
 // head, {pan, tilt} in steps, or null before they are called. The simulated
 // head ends exactly there; the published position may lag behind, as the
 // daemon leaves the last change of a short move after a rest unpublished.
 function absTargets(from) {
-  const pans = [...transcript(from).matchAll(/call PanABSMove\(-?\d+,-?\d+,(-?\d+)\)/g)];
-  const tilts = [...transcript(from).matchAll(/call TiltABSMove\(-?\d+,-?\d+,(-?\d+)\)/g)];
-  if (!pans.length || !tilts.length) return null;
-  return { pan: Number(pans.at(-1)[1]), tilt: Number(tilts.at(-1)[1]) };
+  const last = (axis) => [...transcript(from).matchAll(new RegExp(`call ${axis}ABSMove\\(-?\\d+,-?\\d+,(-?\\d+)\\)`, "g"))].at(-1);
+  const pan = last("Pan"), tilt = last("Tilt");
+  return pan && tilt ? { pan: Number(pan[1]), tilt: Number(tilt[1]) } : null;
 }
 
 // Moves the head with an abs: command and waits until it stands there with
 // that position published; when the last step stays unpublished, it goes
 // there again by way of a detour.
-async function aim(panSteps, tiltSteps, zoom) {
+async function aim(pan, tilt, zoom) {
   for (let attempt = 0; attempt < 3; attempt++) {
-    if (attempt > 0) {
-      await set("ptz.run_mode", `abs:${(panSteps + 3000) % 65535},${tiltSteps},${zoom}`);
+    for (const p of attempt > 0 ? [(pan + 3000) % 65535, pan] : [pan]) {
+      await set("ptz.run_mode", `abs:${p},${tilt},${zoom}`);
+      if (p === pan) await until(`zoom ${zoom}`, async () => (await get("ptz.lens.get_pos.zoom")) === String(zoom));
       await settled();
     }
-    await set("ptz.run_mode", `abs:${panSteps},${tiltSteps},${zoom}`);
-    await until(`zoom ${zoom}`, async () => (await get("ptz.lens.get_pos.zoom")) === String(zoom));
-    await settled();
-    if ((await get("ptz.pan_pos")) === String(panSteps) && (await get("ptz.tilt_pos")) === String(tiltSteps)) return;
+    if ((await get("ptz.pan_pos")) === String(pan) && (await get("ptz.tilt_pos")) === String(tilt)) return;
   }
-  throw new Error(`the head did not come to ${panSteps},${tiltSteps}`);
+  throw new Error(`the head did not come to ${pan},${tilt}`);
 }
-
 // Waits until the page shows the position that the bus holds.
-async function pageFollows(page) {
-  await until("the page to follow the head", async () => {
-    const pan = await get("ptz.pan_pos"), tilt = await get("ptz.tilt_pos");
-    return page.evaluate((p, t) => window.slewweb.value("ptz.pan_pos") === p && window.slewweb.value("ptz.tilt_pos") === t,
-      pan, tilt);
-  });
-}
-
+const pageFollows = (page) => until("the page to follow the head", async () => page.evaluate(
+  (p, t) => window.slewweb.value("ptz.pan_pos") === p && window.slewweb.value("ptz.tilt_pos") === t,
+  await get("ptz.pan_pos"), await get("ptz.tilt_pos")));
+const onPicture = (page, name) => page.evaluate((n) => window.slewweb.landmarkOnPicture(n), name);
 // Where a landmark shows on the rendered picture once the picture holds
 // still (the same place on three looks 300 ms apart: a busy machine may
 // deliver a frame late), or null when out of sight.
-async function landmarkShown(page, name) {
-  return until(`${name} to hold still on the picture`, async () => {
-    const looks = [];
-    for (let i = 0; i < 3; i++) {
-      if (i > 0) await sleep(300);
-      looks.push(await page.evaluate((n) => window.slewweb.landmarkOnPicture(n), name));
-    }
-    const [a, b, c] = looks;
-    return a && b && c && Math.hypot(a.x - c.x, a.y - c.y) < 1 && Math.hypot(b.x - c.x, b.y - c.y) < 1 ? c : null;
-  });
-}
+const landmarkShown = (page, name) => until(`${name} to hold still on the picture`, async () => {
+  const a = await onPicture(page, name);
+  await sleep(300);
+  const b = await onPicture(page, name);
+  await sleep(300);
+  const c = await onPicture(page, name);
+  return a && b && c && Math.hypot(a.x - c.x, a.y - c.y) < 1 && Math.hypot(b.x - c.x, b.y - c.y) < 1 ? c : null;
+});
 
 // Clicks a landmark at a zoom and a tilt, where the rendered picture shows
 // it, and checks that the picture then shows it at the centre.
@@ -147,17 +79,15 @@ async function clickToCentre(page, name, zoom, tiltOffsetDeg) {
     type: 0, focal: 4.7 + ((94 - 4.7) * z) / 16384, baseFocal: 4.7, maxFocal: 94, sensorW: 5.6, sensorH: 3.2,
     dzoom: 0, eis: false, eisFov: 0 }), zoom);
   // Off the landmark by part of the picture, so that it stands away from the centre but inside.
-  const pan = Math.round(((mark.pan - 0.45 * half.w + 360) % 360) * 65535 / 360);
-  const tilt = Math.round(((mark.tilt + tiltOffsetDeg * half.h + 27) * 65535) / 360);
-  await aim(pan, tilt, zoom);
+  await aim(Math.round(((mark.pan - 0.45 * half.w + 360) % 360) * 65535 / 360),
+    Math.round(((mark.tilt + tiltOffsetDeg * half.h + 27) * 65535) / 360), zoom);
   await pageFollows(page);
   // A busy machine can hold a frame of the last zoom still on the page for a
   // while: wait until the landmark stands about where this aim puts it (its
   // distance from the centre, by the field of view), then take its place.
-  const rad = Math.PI / 180;
-  const aimedOff = (0.5 * Math.tan(0.45 * half.w * rad)) / Math.tan(half.w * rad);
+  const rad = Math.PI / 180, aimedOff = (0.5 * Math.tan(0.45 * half.w * rad)) / Math.tan(half.w * rad);
   await until(`${name} where the aim puts it`, async () => {
-    const seen = await page.evaluate((n) => window.slewweb.landmarkOnPicture(n), name);
+    const seen = await onPicture(page, name);
     return seen && Math.abs(Math.abs(seen.x - seen.width / 2) / seen.width - aimedOff) < 0.04;
   });
   const before = await landmarkShown(page, name);
@@ -165,11 +95,8 @@ async function clickToCentre(page, name, zoom, tiltOffsetDeg) {
   const from = transcript().length;
   const box = await (await page.$("#picture")).boundingBox();
   await page.mouse.click(box.x + before.x, box.y + before.y);
-  try {
-    await until("the view move", () => transcript(from).includes("MoveH:"), 3000);
-  } catch {
-    if (!absTargets(from)) return "skip";
-  }
+  const moved = await until("the view move", () => transcript(from).includes("MoveH:"), 3000).catch(() => false);
+  if (!moved && !absTargets(from)) return "skip";
   await until("the head to turn", () => absTargets(from));
   await settled();
   // A view move done within one update after a rest stays unpublished until
@@ -183,15 +110,11 @@ async function clickToCentre(page, name, zoom, tiltOffsetDeg) {
   // The picture may trail the head by a late frame: look until it shows the
   // landmark at the centre, or report where it stayed.
   let off = 1;
-  try {
-    await until(`${name} at the centre`, async () => {
-      const after = await landmarkShown(page, name);
-      off = Math.hypot(after.x - after.width / 2, after.y - after.height / 2) / after.width;
-      return off <= 0.02;
-    }, 10000);
-  } catch {
-    // off holds the last place seen
-  }
+  await until(`${name} at the centre`, async () => {
+    const after = await landmarkShown(page, name);
+    off = Math.hypot(after.x - after.width / 2, after.y - after.height / 2) / after.width;
+    return off <= 0.02;
+  }, 10000).catch(() => {});
   const where = `${(off * 100).toFixed(2)} % of the width from the centre`;
   if (off > 0.02) throw new Error(`${name} ends ${where}`);
   return `ends ${where}`;
@@ -199,17 +122,15 @@ async function clickToCentre(page, name, zoom, tiltOffsetDeg) {
 
 // The whole run; closes the browser whatever happens.
 async function main() {
-  const browser = await puppeteer.launch({
-    executablePath: process.env.CHROMIUM || "/usr/bin/chromium",
-    headless: true,
-    args: ["--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage"],
-  });
+  const browser = await puppeteer.launch({ executablePath: process.env.CHROMIUM || "/usr/bin/chromium", headless: true,
+    args: ["--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage"] });
   try {
     const page = await browser.newPage();
     await page.setViewport({ width: 1280, height: 860 });
     const pageErrors = [];
     page.on("pageerror", (e) => pageErrors.push(e.message));
     page.on("console", (m) => { if (m.type() === "error") pageErrors.push(m.text()); });
+    const shows = (what, selector, text, ms) => until(what, () => page.$eval(selector, (e, t) => e.textContent.includes(t), text), ms);
     await until("slewd to finish its start-up", async () => (await get("ptz.init.pt")) === "done", 60000);
     await settled();
     await page.goto(url, { waitUntil: "load" });
@@ -222,24 +143,28 @@ async function main() {
     // other builds) can hold it back for minutes.
     await check("the timeline shows the preview and follows a setting", async () => {
       await until("the first plot", () => page.$eval("#preview-plot", (e) => e.naturalWidth > 0), 150000);
-      await until("the table", () => page.$eval("#preview-table", (e) => e.textContent.includes("why")));
+      await shows("the table", "#preview-table", "why");
       await set("ptz.system.recover_mode", "go_preset:1");
       await set("ptz.system.recover_time", "30");
-      await until("the recover timer in the table",
-        () => page.$eval("#preview-table", (e) => e.textContent.includes("recover timer")), 150000);
+      await shows("the recover timer in the table", "#preview-table", "recover timer", 150000);
       await set("ptz.system.recover_time", "off");
     });
 
     await check("the page shows the head's position", async () => {
       await aim(3000, 6000, 0);
-      await until("the pan on the page", () => page.$eval("#pan", (e) => e.textContent.includes("(3000)")));
-      await until("the tilt on the page", () => page.$eval("#tilt", (e) => e.textContent.includes("(6000)")));
-      await until("the status in words", () => page.$eval("#status", (e) => e.textContent.includes("at rest")));
+      await shows("the pan on the page", "#pan", "(3000)");
+      await shows("the tilt on the page", "#tilt", "(6000)");
+      await shows("the status in words", "#status", "at rest");
     });
 
     await check("an arrow held moves the head, its release stops it", async () => {
       const pan = await get("ptz.pan_pos");
-      await hold(page, "#left", 1000, () => until("ptz.status 1", async () => (await get("ptz.status")) === "1"));
+      const box = await (await page.$("#left")).boundingBox();
+      await page.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
+      await page.mouse.down();
+      await sleep(1000);
+      await until("ptz.status 1", async () => (await get("ptz.status")) === "1");
+      await page.mouse.up();
       await until("ptz.status 0 after the release", async () => (await get("ptz.status")) === "0");
       if ((await get("ptz.pan_pos")) === pan) throw new Error("pan did not move");
     });
@@ -268,23 +193,20 @@ async function main() {
 
     await check("foreign requests get 403 and change nothing", async () => {
       const mode = await get("ptz.run_mode"), pan = await get("ptz.pan_pos");
-      const host = new URL(url).host, body = JSON.stringify({ key: "ptz.run_mode", value: "abs:100,4915" });
+      const { host, port } = new URL(url), body = JSON.stringify({ key: "ptz.run_mode", value: "abs:100,4915" });
       const json = { "Content-Type": "application/json" };
-      const tries = [
+      for (const [what, method, path, headers, data] of [
         ["cross-origin POST", "POST", "/api/set", { ...json, Host: host, Origin: "http://evil.example" }, body],
-        ["foreign Host POST", "POST", "/api/set", { ...json, Host: `evil.example:${new URL(url).port}` }, body],
-        ["foreign Host GET", "GET", "/", { Host: "evil.example" }, undefined],
-        ["GET that would write", "GET", "/api/set?key=ptz.run_mode&value=stop", { Host: host }, undefined],
+        ["foreign Host POST", "POST", "/api/set", { ...json, Host: `evil.example:${port}` }, body],
+        ["foreign Host GET", "GET", "/", { Host: "evil.example" }],
+        ["GET that would write", "GET", "/api/set?key=ptz.run_mode&value=stop", { Host: host }],
         ["POST without JSON", "POST", "/api/set", { "Content-Type": "text/plain", Host: host }, body],
-      ];
-      for (const [what, method, path, headers, data] of tries) {
+      ]) {
         const status = await request(method, path, headers, data);
         if (status !== 403) throw new Error(`${what} got ${status}`);
       }
       await sleep(300);
-      if ((await get("ptz.run_mode")) !== mode || (await get("ptz.pan_pos")) !== pan) {
-        throw new Error("the bus changed");
-      }
+      if ((await get("ptz.run_mode")) !== mode || (await get("ptz.pan_pos")) !== pan) throw new Error("the bus changed");
     });
 
     await check("dragging the person on the plan writes sim.person", async () => {
@@ -305,17 +227,9 @@ async function main() {
   }
 }
 
-const overall = setTimeout(() => {
-  console.log("FAIL the whole test took too long");
-  process.exit(1);
-}, 240000);
-main()
-  .catch((e) => failures.push(`run: ${e.message}`))
-  .finally(() => {
-    clearTimeout(overall);
-    for (const s of skipped) {
-      console.log(`SKIPPED ${s}: the daemon's view move turns nothing in this build (no "MoveH:" trace)`);
-    }
-    console.log(failures.length ? `${failures.length} failed: ${failures.join(", ")}` : "all passed");
-    process.exit(failures.length ? 1 : 0);
-  });
+const overall = setTimeout(() => { console.log("FAIL the whole test took too long"); process.exit(1); }, 240000);
+await main().catch((e) => failures.push(`run: ${e.message}`));
+clearTimeout(overall);
+for (const s of skipped) console.log(`SKIPPED ${s}: the daemon's view move turns nothing in this build (no "MoveH:" trace)`);
+console.log(failures.length ? `${failures.length} failed: ${failures.join(", ")}` : "all passed");
+process.exit(failures.length ? 1 : 0);
