@@ -17,7 +17,7 @@ const { get, set } = busOf(slewctl);
 const PT = 'http://www.onvif.org/ver10/tptz/PanTiltSpaces/', PTZ = 'xmlns="http://www.onvif.org/ver20/ptz/wsdl"';
 const STEP_PAN = 2 / 65535, STEP_TILT = 2 / 21298;  // one step in the generic space
 
-// A client call as a promise; fails gives the error (null when it succeeded) instead of rejecting.
+// A client call as a promise; fails() turns one into its error (null when it succeeded).
 const call = (cam, fn, ...args) => new Promise((resolve, reject) =>
   cam[fn](...args, (err, result) => (err ? reject(err) : resolve(result))));
 const fails = (promise) => promise.then(() => null, (e) => e);
@@ -34,8 +34,8 @@ const idle = (cam) => until('MoveStatus IDLE', async () => {
 const moveAndIdle = async (cam, fn, args) => { await call(cam, fn, args); return idle(cam); };
 const transcriptSince = (mark) => fs.readFileSync(transcript, 'utf8').slice(mark);
 // A raw PTZ request through the client's own transport.
-const raw = (cam, op, inner) => call(cam, '_request', { service: 'ptz',
-  body: `${cam._envelopeHeader()}<${op} ${PTZ}><ProfileToken>${cam.activeSource.profileToken}</ProfileToken>${inner}</${op}>${cam._envelopeFooter()}` });
+const raw = (cam, op, inner) => call(cam, '_request', { service: 'ptz', body: `${cam._envelopeHeader()}<${op} ${PTZ}>` +
+  `<ProfileToken>${cam.activeSource.profileToken}</ProfileToken>${inner}</${op}>${cam._envelopeFooter()}` });
 const connect = (options) => new Promise((resolve, reject) => {
   const cam = new onvif.Cam({ hostname: '127.0.0.1', port: +port, autoconnect: false, timeout: 10000, username: 'admin', password, ...options });
   cam.connect((err) => (err ? reject(err) : resolve(cam)));
@@ -44,9 +44,8 @@ const connect = (options) => new Promise((resolve, reject) => {
 // The landmark Barn's centre in the snapshot, on the 0..10000 scale, from its colour.
 async function barnInPicture() {
   await sleep(400);  // a frame or two after the head stood still
-  const jpeg = Buffer.from(await (await fetch(`${snapshotUrl}/snapshot.jpg`)).arrayBuffer());
-  const rgb = execFileSync('ffmpeg', ['-loglevel', 'error', '-i', '-', '-f', 'rawvideo', '-pix_fmt', 'rgb24', '-'],
-    { input: jpeg, maxBuffer: 1 << 24 });
+  const rgb = execFileSync('ffmpeg', ['-loglevel', 'error', '-i', `${snapshotUrl}/snapshot.jpg`, '-f', 'rawvideo',
+    '-pix_fmt', 'rgb24', '-'], { maxBuffer: 1 << 24 });
   const w = 640, h = rgb.length / 3 / w;
   let n = 0, sx = 0, sy = 0;
   for (let i = 0; i < w * h; i++) {

@@ -5,6 +5,7 @@
 // recovery when it is back.
 #include <httplib.h>
 
+#include <array>
 #include <cmath>
 
 #include "../unit/slewd_process_fixture.h"
@@ -29,45 +30,34 @@ std::string Shell(const std::string& command, int* status = nullptr, size_t limi
   return out;
 }
 
-// An RGB picture, three bytes a pixel.
-struct Rgb {
-  int w = 0, h = 0;
-  std::vector<uint8_t> px;
-  // Whether the pixel at x, y is within tol of a colour on every channel.
-  bool Near(int x, int y, int r, int g, int b, int tol) const {
-    const uint8_t* p = px.data() + (size_t(y) * w + x) * 3;
-    return std::abs(p[0] - r) <= tol && std::abs(p[1] - g) <= tol && std::abs(p[2] - b) <= tol;
-  }
+// The pixels of a picture (RGB, kWidth x kHeight) within tol of a colour, in
+// the box x0..x1, y0..y1 (the whole picture by default): how many, their
+// centre and the first row that holds one.
+struct Pixels {
+  int n = 0, top = -1;
+  double x = 0, y = 0;
 };
-
-// Centre of the pixels of a landmark's colour; none when fewer than 20 have it.
-std::optional<render::Point> Centroid(const Rgb& pic, const render::Landmark& mark) {
-  double sx = 0, sy = 0;
-  int n = 0;
-  for (int y = 0; y < pic.h; ++y) {
-    for (int x = 0; x < pic.w; ++x) {
-      if (pic.Near(x, y, mark.r, mark.g, mark.b, 40)) sx += x, sy += y, ++n;
+Pixels Find(const std::string& pic, std::array<int, 3> c, int tol, int x0 = 0, int x1 = kWidth, int y0 = 0,
+            int y1 = kHeight) {
+  Pixels f;
+  for (int y = y0; y < y1; ++y) {
+    for (int x = x0; x < x1; ++x) {
+      const uint8_t* p = reinterpret_cast<const uint8_t*>(pic.data()) + (size_t(y) * kWidth + x) * 3;
+      if (std::abs(p[0] - c[0]) > tol || std::abs(p[1] - c[1]) > tol || std::abs(p[2] - c[2]) > tol) continue;
+      if (f.n++ == 0) f.top = y;
+      f.x += x + 0.5, f.y += y + 0.5;
     }
   }
-  return n < 20 ? std::nullopt : std::optional<render::Point>({sx / n + 0.5, sy / n + 0.5});
+  if (f.n > 0) f.x /= f.n, f.y /= f.n;
+  return f;
 }
-
+// Centre of the Mast (the first landmark) by its colour; none when fewer than 20 pixels have it.
+std::optional<render::Point> Mast(const std::string& pic) {
+  Pixels f = Find(pic, {kLandmarks[0].r, kLandmarks[0].g, kLandmarks[0].b}, 40);
+  return f.n < 20 ? std::nullopt : std::optional<render::Point>({f.x, f.y});
+}
 // Pixels of the red of the "no head" mark in the picture's lower band.
-int NoHeadPixels(const Rgb& pic) {
-  int n = 0;
-  for (int y = pic.h * 3 / 4; y < pic.h * 9 / 10; ++y) {
-    for (int x = 0; x < pic.w; ++x) n += pic.Near(x, y, 255, 26, 26, 60);
-  }
-  return n;
-}
-
-// Row of the horizon in column x: the first ground pixel from the top.
-int HorizonRow(const Rgb& pic, int x) {
-  for (int y = 0; y < pic.h; ++y) {
-    if (pic.Near(x, y, 0x86, 0xa8, 0x6a, 30)) return y;
-  }
-  return -1;
-}
+int NoHeadPixels(const std::string& pic) { return Find(pic, {255, 26, 26}, 60, 0, kWidth, kHeight * 3 / 4, kHeight * 9 / 10).n; }
 
 class VideoStream : public SlewdProcess {
  protected:
@@ -110,14 +100,14 @@ class VideoStream : public SlewdProcess {
     ASSERT_FALSE(http_.empty()) << "slewvideo printed no URLs: " << text;
   }
   // One frame decoded by ffmpeg: of the RTSP stream, or of the snapshot (the current frame as a JPEG).
-  Rgb Grab(bool snapshot = false) {
-    std::string raw = Shell("timeout 60 ffmpeg -v error " + (snapshot ? "-i " + http_ + "/snapshot.jpg" :
+  std::string Grab(bool snapshot = false) {
+    std::string pic = Shell("timeout 60 ffmpeg -v error " + (snapshot ? "-i " + http_ + "/snapshot.jpg" :
                             "-rtsp_transport tcp -i " + rtsp_) + " -frames:v 1 -f rawvideo -pix_fmt rgb24 - 2>/dev/null");
-    EXPECT_EQ(raw.size(), size_t(kWidth) * kHeight * 3) << snapshot;
-    raw.resize(size_t(kWidth) * kHeight * 3);
-    return Rgb{kWidth, kHeight, {raw.begin(), raw.end()}};
+    EXPECT_EQ(pic.size(), size_t(kWidth) * kHeight * 3) << snapshot;
+    pic.resize(size_t(kWidth) * kHeight * 3);
+    return pic;
   }
-  Rgb Snapshot() { return Grab(true); }
+  std::string Snapshot() { return Grab(true); }
   // The bus value of key, or empty.
   std::string Get(const char* key) {
     std::string out;
@@ -150,14 +140,16 @@ class VideoStream : public SlewdProcess {
     return render::head_view(bus);
   }
   // The Mast is in pic where the projection puts it, and so is the horizon.
-  void ExpectWhereProjected(const Rgb& pic, const render::View& view, const char* when) {
+  void ExpectWhereProjected(const std::string& pic, const render::View& view, const char* when) {
     auto expected = render::project(kLandmarks[0].pan, kLandmarks[0].tilt, view);
-    auto found = Centroid(pic, kLandmarks[0]);
+    auto found = Mast(pic);
     ASSERT_TRUE(expected && found) << when;
     EXPECT_NEAR(found->x, expected->x / 10000 * kWidth, 0.02 * kWidth) << when;
     EXPECT_NEAR(found->y, expected->y / 10000 * kHeight, 0.02 * kWidth) << when;
     auto horizon = render::project(view.pan, 0, view);
-    EXPECT_NEAR(HorizonRow(pic, kWidth / 8), horizon->y / 10000 * kHeight, 0.02 * kWidth) << when;
+    // The horizon: the first ground pixel from the top.
+    EXPECT_NEAR(Find(pic, {0x86, 0xa8, 0x6a}, 30, kWidth / 8, kWidth / 8 + 1).top, horizon->y / 10000 * kHeight, 0.02 * kWidth)
+        << when;
   }
 
   pid_t video_ = -1;
@@ -205,10 +197,8 @@ TEST_F(VideoStream, ShowsWhatTheHeadSeesAndOutlivesSlewd) {
   StartVideo();
   ASSERT_FALSE(rtsp_.empty());
 
-  int status = 0;
-  std::string probe = Shell("timeout 60 ffprobe -v error -rtsp_transport tcp -show_entries "
-                          "stream=codec_name,width,height,r_frame_rate -of compact=p=0 " + rtsp_, &status);
-  EXPECT_EQ(probe, "codec_name=h264|width=640|height=360|r_frame_rate=15/1\n");
+  EXPECT_EQ(Shell("timeout 60 ffprobe -v error -rtsp_transport tcp -show_entries "
+                  "stream=codec_name,width,height,r_frame_rate -of compact=p=0 " + rtsp_), "codec_name=h264|width=640|height=360|r_frame_rate=15/1\n");
 
   // Before and after a turn of 40 degrees to the left, the Mast on either side.
   MoveAndAwait("abs:0,4915,-1", 0, 4915);
@@ -225,25 +215,24 @@ TEST_F(VideoStream, ShowsWhatTheHeadSeesAndOutlivesSlewd) {
   auto jpeg = httplib::Client(http_).Get("/snapshot.jpg");
   ASSERT_TRUE(jpeg && jpeg->status == 200);
   EXPECT_EQ(jpeg->get_header_value("Content-Type"), "image/jpeg");
-  for (const Rgb& pic : {Grab(), Snapshot()}) {
-    auto found = Centroid(pic, kLandmarks[0]);
+  for (const std::string& pic : {Grab(), Snapshot()}) {
+    auto found = Mast(pic);
     ASSERT_TRUE(found);
-    EXPECT_NEAR(found->x, pic.w / 2.0, 0.02 * pic.w);
-    EXPECT_NEAR(found->y, pic.h / 2.0, 0.02 * pic.w);
+    EXPECT_NEAR(found->x, kWidth / 2.0, 0.02 * kWidth);
+    EXPECT_NEAR(found->y, kHeight / 2.0, 0.02 * kWidth);
     EXPECT_LT(NoHeadPixels(pic), 50);
   }
 
   // slewd gone: the last picture goes on, marked; slewd back: the mark goes.
   Kill(SIGKILL);
-  Rgb gone;
-  for (int i = 0; i < 20 && NoHeadPixels(gone = Snapshot()) < 500; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  EXPECT_GT(NoHeadPixels(gone), 500);
-  Rgb marked = Grab();
-  EXPECT_GT(NoHeadPixels(marked), 500);
-  EXPECT_TRUE(Centroid(marked, kLandmarks[0]));
+  std::string pic;
+  for (int i = 0; i < 20 && NoHeadPixels(pic = Snapshot()) < 500; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_GT(NoHeadPixels(pic), 500);
+  pic = Grab();
+  EXPECT_GT(NoHeadPixels(pic), 500);
+  EXPECT_TRUE(Mast(pic));
   StartAndAwaitLoop();
-  Rgb back;
-  for (int i = 0; i < 50 && NoHeadPixels(back = Snapshot()) > 50; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  for (int i = 0; i < 50 && NoHeadPixels(Snapshot()) > 50; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(200));
   EXPECT_LT(NoHeadPixels(Grab()), 50);
 }
 
