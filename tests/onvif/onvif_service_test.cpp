@@ -111,6 +111,7 @@ TEST(OnvifRequest, EveryOperationAnswersAWellFormedResponse) {
   Fixture f;
   f.bus.keys = {{"ptz.patrol.set01", "1,2"}, {"ptz.patrol.time01", "5,10"}, {"ptz.patrol.speed01", "300,720"}};
   const std::string on = "<ProfileToken>profile_head</ProfileToken>", v10 = "http://www.onvif.org/ver10/";
+  const std::string media2 = "http://www.onvif.org/ver20/media/wsdl", ptz = "http://www.onvif.org/ver20/ptz/wsdl";
   struct Group {
     std::string ns, ops, inner;  // operations separated by spaces, each with inner as its body
   } groups[] = {
@@ -118,35 +119,26 @@ TEST(OnvifRequest, EveryOperationAnswersAWellFormedResponse) {
       {v10 + "device/wsdl", "GetServices", "<IncludeCapability>true</IncludeCapability>"},
       {v10 + "media/wsdl", "GetProfiles GetVideoSources GetVideoSourceConfigurations GetVideoEncoderConfigurations", ""},
       {v10 + "media/wsdl", "GetProfile GetStreamUri GetSnapshotUri", on},
-      {"http://www.onvif.org/ver20/media/wsdl", "GetProfiles", ""},
-      {"http://www.onvif.org/ver20/media/wsdl", "GetSnapshotUri", on},
-      {"http://www.onvif.org/ver20/media/wsdl", "GetStreamUri", "<Protocol>RTSP</Protocol>" + on},
+      {media2, "GetProfiles", ""},
+      {media2, "GetSnapshotUri", on},
+      {media2, "GetStreamUri", "<Protocol>RTSP</Protocol>" + on},
+      {ptz, "GetServiceCapabilities GetNodes GetConfigurations GetStatus GetPresets GetPresetTours SetHomePosition GotoHomePosition", on},
+      {ptz, "GetNode", on + "<NodeToken>node_head</NodeToken>"},
+      {ptz, "GetConfiguration", on + "<PTZConfigurationToken>ptz_head</PTZConfigurationToken>"},
+      {ptz, "GetConfigurationOptions", on + "<ConfigurationToken>ptz_head</ConfigurationToken>"},
+      {ptz, "GetPresetTour", on + "<PresetTourToken>1</PresetTourToken>"},
+      {ptz, "OperatePresetTour", on + "<PresetTourToken>1</PresetTourToken><Operation>Start</Operation>"},
   };
-  std::vector<std::string> bodies;
   for (const Group& g : groups) {
     std::istringstream ops(g.ops);
-    for (std::string op; ops >> op;) bodies.push_back("<" + op + " xmlns=\"" + g.ns + "\">" + g.inner + "</" + op + ">");
-  }
-  for (const char* op : {"GetServiceCapabilities", "GetNodes", "GetConfigurations", "GetStatus", "GetPresets",
-                         "GetPresetTours", "SetHomePosition", "GotoHomePosition"}) {
-    bodies.push_back(ptz(op, ""));
-  }
-  for (const auto& [op, inner] : std::vector<std::pair<const char*, const char*>>{
-           {"GetNode", "<NodeToken>node_head</NodeToken>"},
-           {"GetConfiguration", "<PTZConfigurationToken>ptz_head</PTZConfigurationToken>"},
-           {"GetConfigurationOptions", "<ConfigurationToken>ptz_head</ConfigurationToken>"},
-           {"GetPresetTour", "<PresetTourToken>1</PresetTourToken>"},
-           {"OperatePresetTour", "<PresetTourToken>1</PresetTourToken><Operation>Start</Operation>"}}) {
-    bodies.push_back(ptz(op, inner));
-  }
-  for (const std::string& body : bodies) {
-    HttpOut out = f.send(body);
-    pugi::xml_document doc;
-    ASSERT_TRUE(doc.load_string(out.body.c_str())) << body;
-    std::string op = body.substr(1, body.find(' ') - 1);
-    EXPECT_EQ(out.status, 200) << body << "\n" << out.body;
-    EXPECT_EQ(std::string(local_name(doc.document_element().first_child().first_child())), op + "Response") << out.body;
-    EXPECT_LT(out.body.size(), 64u * 1024);
+    for (std::string op; ops >> op;) {
+      HttpOut out = f.send("<" + op + " xmlns=\"" + g.ns + "\">" + g.inner + "</" + op + ">");
+      pugi::xml_document doc;
+      ASSERT_TRUE(doc.load_string(out.body.c_str())) << op;
+      EXPECT_EQ(out.status, 200) << op << "\n" << out.body;
+      EXPECT_EQ(std::string(local_name(doc.document_element().first_child().first_child())), op + "Response") << out.body;
+      EXPECT_LT(out.body.size(), 64u * 1024);
+    }
   }
 }
 
@@ -217,47 +209,48 @@ TEST(OnvifAuth, FirstStartMakesAPasswordOnceAndKeepsIt) {
 }
 
 TEST(OnvifMoves, EachRequestBecomesItsCommand) {
-  const std::string fov = "http://www.onvif.org/ver10/tptz/PanTiltSpaces/TranslationSpaceFov";
+  auto pt = [](const std::string& x, const std::string& y, const std::string& space = "") {
+    return "<tt:PanTilt x=\"" + x + "\" y=\"" + y + (space.empty() ? "" : "\" space=\"" + space) + "\"/>";
+  };
+  auto zoom = [](const char* x) { return std::string("<tt:Zoom x=\"") + x + "\"/>"; };
   struct Case {
-    std::string body;
+    std::string op, inner;
     std::string command;  // the ptz.run_mode written
   } cases[] = {
-      {ptz("ContinuousMove", "<Velocity><tt:PanTilt x=\"-0.5\" y=\"0\"/></Velocity>"), "manual:50,0,0"},
-      {ptz("ContinuousMove", "<Velocity><tt:PanTilt x=\"5E-1\" y=\"-1\"/><tt:Zoom x=\"-0.2\"/></Velocity>"),
-       "manual:-50,100,-1"},
-      {ptz("ContinuousMove", "<Velocity><tt:PanTilt x=\"-0\" y=\"0.001\"/></Velocity>"), "manual:0,-1,0"},
-      {ptz("AbsoluteMove", "<Position><tt:PanTilt x=\"1\" y=\"1\"/><tt:Zoom x=\"0.5\"/></Position>"), "abs:32767,0,8192"},
-      {ptz("AbsoluteMove", "<Position><tt:PanTilt x=\"-0.25\" y=\"-1\"/></Position>"), "abs:8192,21298,-1"},
-      {ptz("AbsoluteMove", "<Position><tt:Zoom x=\"1\"/></Position>"), "abs:-1,-1,16384"},
-      {ptz("RelativeMove", "<Translation><tt:PanTilt x=\"0.5\" y=\"-0.25\" space=\"" + fov + "\"/></Translation>"),
-       "view:7500,6250"},
-      {ptz("RelativeMove", "<Translation><tt:PanTilt x=\"0.5\" y=\"0.1\"/></Translation>"), "relative:-16384,-1065"},
-      {ptz("RelativeMove", "<Translation><tt:PanTilt x=\"-0.001\" y=\"0\"/><tt:Zoom x=\"0.25\"/></Translation>"),
-       "abs:133,5000,4096"},
-      {ptz("Stop", ""), "stop"},
-      {ptz("SetPreset", "<PresetName>gate, north</PresetName>"), "set_preset:id:1,name:gate, north"},
-      {ptz("SetPreset", "<PresetToken>1</PresetToken>"), "set_preset:id:1,name:gate, north"},
-      {ptz("GotoPreset", "<PresetToken>1</PresetToken>"), "go_preset:1"},
-      {ptz("RemovePreset", "<PresetToken>1</PresetToken>"), "clr_preset:1"},
-      {ptz("SetHomePosition", ""), "set_preset:id:512,name:home"},
-      {ptz("GotoHomePosition", ""), "go_preset:512"},
+      {"ContinuousMove", "<Velocity>" + pt("-0.5", "0") + "</Velocity>", "manual:50,0,0"},
+      {"ContinuousMove", "<Velocity>" + pt("5E-1", "-1") + zoom("-0.2") + "</Velocity>", "manual:-50,100,-1"},
+      {"ContinuousMove", "<Velocity>" + pt("-0", "0.001") + "</Velocity>", "manual:0,-1,0"},
+      {"AbsoluteMove", "<Position>" + pt("1", "1") + zoom("0.5") + "</Position>", "abs:32767,0,8192"},
+      {"AbsoluteMove", "<Position>" + pt("-0.25", "-1") + "</Position>", "abs:8192,21298,-1"},
+      {"AbsoluteMove", "<Position>" + zoom("1") + "</Position>", "abs:-1,-1,16384"},
+      {"RelativeMove", "<Translation>" + pt("0.5", "-0.25", "http://www.onvif.org/ver10/tptz/PanTiltSpaces/TranslationSpaceFov") +
+       "</Translation>", "view:7500,6250"},
+      {"RelativeMove", "<Translation>" + pt("0.5", "0.1") + "</Translation>", "relative:-16384,-1065"},
+      {"RelativeMove", "<Translation>" + pt("-0.001", "0") + zoom("0.25") + "</Translation>", "abs:133,5000,4096"},
+      {"Stop", "", "stop"},
+      {"SetPreset", "<PresetName>gate, north</PresetName>", "set_preset:id:1,name:gate, north"},
+      {"SetPreset", "<PresetToken>1</PresetToken>", "set_preset:id:1,name:gate, north"},
+      {"GotoPreset", "<PresetToken>1</PresetToken>", "go_preset:1"},
+      {"RemovePreset", "<PresetToken>1</PresetToken>", "clr_preset:1"},
+      {"SetHomePosition", "", "set_preset:id:512,name:home"},
+      {"GotoHomePosition", "", "go_preset:512"},
   };
   Fixture f;
   for (const Case& c : cases) {
     f.bus.writes.clear();
-    HttpOut out = f.send(c.body);
-    EXPECT_EQ(out.status, 200) << c.body << "\n" << out.body;
-    ASSERT_FALSE(f.bus.writes.empty()) << c.body;
-    EXPECT_EQ(f.bus.writes.back(), "ptz.run_mode=" + c.command) << c.body;
+    HttpOut out = f.send(ptz(c.op, c.inner));
+    EXPECT_EQ(out.status, 200) << c.op << c.inner << "\n" << out.body;
+    ASSERT_FALSE(f.bus.writes.empty()) << c.op << c.inner;
+    EXPECT_EQ(f.bus.writes.back(), "ptz.run_mode=" + c.command) << c.op << c.inner;
   }
   // Stop of one axis leaves the other moving.
-  f.send(ptz("ContinuousMove", "<Velocity><tt:PanTilt x=\"0.2\" y=\"0\"/><tt:Zoom x=\"1\"/></Velocity>"));
+  f.send(ptz("ContinuousMove", "<Velocity>" + pt("0.2", "0") + zoom("1") + "</Velocity>"));
   f.send(ptz("Stop", "<PanTilt>false</PanTilt><Zoom>true</Zoom>"));
   EXPECT_EQ(f.bus.writes.back(), "ptz.run_mode=manual:-20,0,0");
   f.send(ptz("Stop", "<PanTilt>true</PanTilt><Zoom>false</Zoom>"));
   EXPECT_EQ(f.bus.writes.back(), "ptz.run_mode=stop");
   // A Speed sets the move speed in speed units.
-  f.send(ptz("AbsoluteMove", "<Position><tt:PanTilt x=\"0\" y=\"0\"/></Position><Speed><tt:PanTilt x=\"0.5\" y=\"0.5\"/></Speed>"));
+  f.send(ptz("AbsoluteMove", "<Position>" + pt("0", "0") + "</Position><Speed>" + pt("0.5", "0.5") + "</Speed>"));
   EXPECT_EQ(f.bus.writes[f.bus.writes.size() - 2], "ptz.system.max_speed=375");
 }
 

@@ -18,13 +18,13 @@ using render::kLandmarks;
 
 constexpr int kWidth = 640, kHeight = 360;
 
-// Runs a shell command; its standard output (at most limit bytes) and exit status.
-std::string Shell(const std::string& command, int* status = nullptr, size_t limit = 1 << 24) {
+// Runs a shell command; its standard output and exit status.
+std::string Shell(const std::string& command, int* status = nullptr) {
   FILE* pipe = popen(command.c_str(), "r");
   std::string out;
   char buf[65536];
   size_t n;
-  while (pipe != nullptr && out.size() < limit && (n = fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
+  while (pipe != nullptr && (n = fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
   int s = pipe != nullptr ? pclose(pipe) : -1;
   if (status) *status = WIFEXITED(s) ? WEXITSTATUS(s) : -1;
   return out;
