@@ -2,7 +2,7 @@
 # and one server on free ports on a fresh state folder, ended by process id on exit.
 set -Eeuo pipefail
 # A command that stops the runner under set -e names itself.
-trap 'echo "FAIL: $(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $?" >&2' ERR
+trap '_failed=$?; echo "FAIL: $(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $_failed" >&2' ERR
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 build=$(cd "$1" && pwd)
