@@ -1,83 +1,60 @@
-// The real-time camera in this process: its state folder lock, the bus
-// thread that delivers other processes' writes, and slewctl over the socket.
-// Nothing waits on time: each wait ends on the event it waits for.
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
+// The real-time camera in this process: the bus thread that delivers other
+// processes' writes, the socket protocol, slewctl over it, the transcript.
+// Each wait ends on the event it waits for.
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "bus/bus_client.h"
 #include "bus/bus_extra.h"
-#include "bus/bus_protocol.h"
-#include "core/core.h"
 #include "platform/camstate.h"
 #include "platform/kvlink.h"
-#include "realtime/realtime.h"
 #include "realtime_fixture.h"
 
 namespace {
 
-// What the daemon's listener saw, and on which thread.
+// What the daemon's listener heard first, and on which thread.
 std::mutex g_mutex;
-std::condition_variable g_changed;
-std::vector<std::string> g_heard;
+std::string g_heard;
 std::thread::id g_heard_on;
 
 void OnRunMode(char* key, char* value) {
   std::lock_guard<std::mutex> guard(g_mutex);
-  g_heard.push_back(std::string(key) + "=" + value);
+  if (!g_heard.empty()) return;
+  g_heard = std::string(key) + "=" + value;
   g_heard_on = std::this_thread::get_id();
-  g_changed.notify_all();
 }
 
 class Realtime : public RealtimeCamera {
  protected:
-  void SetUp() override {
-    RealtimeCamera::SetUp();
-    std::lock_guard<std::mutex> guard(g_mutex);
-    g_heard.clear();
+  // One reply line from a raw connection ("" when none came).
+  static std::string Reply(int fd) {
+    sim::LineReader reader(fd);
+    std::string line;
+    return reader.next(&line) ? line : "";
   }
-  int Ctl(std::vector<std::string> words, std::string* out = nullptr, std::string* err = nullptr) {
-    return RunSlewctl(state_, std::move(words), out, err);
-  }
-
-  // Opens a raw protocol connection to the socket.
-  int Connect() {
-    std::string why;
-    int fd = sim::connect_socket(sim::socket_path(state_), 0, &why);
-    EXPECT_GE(fd, 0) << why;
-    return fd;
+  // Runs slewctl watch while writes() is repeated on another thread; its output.
+  std::string WatchWhile(std::vector<std::string> words, void (*writes)()) {
+    std::string out;
+    std::atomic<bool> done{false};
+    std::thread writer([&done, writes] {
+      while (!done) writes();
+    });
+    EXPECT_EQ(Ctl(std::move(words), &out), sim::kCtlOk);
+    done = true;
+    writer.join();
+    return out;
   }
 };
-
-TEST_F(Realtime, OneCameraPerStateFolder) {
-  std::string error;
-  EXPECT_EQ(sim::realtime_lock_state(state_, &error), -1);
-  EXPECT_EQ(error, "another slewd is running on " + state_);
-  EXPECT_EQ(access((state_ + "/root/dev/iav").c_str(), F_OK), 0);
-  EXPECT_EQ(access((state_ + "/transcript.log").c_str(), F_OK), 0);
-}
 
 TEST_F(Realtime, SlewctlSetReachesListenersOnTheBusThread) {
   kvlink_listen("ptz.run_mode", OnRunMode);
   EXPECT_EQ(Ctl({"set", "ptz.run_mode", "go_preset:", "5"}), sim::kCtlOk);
-  std::unique_lock<std::mutex> lock(g_mutex);
-  ASSERT_TRUE(g_changed.wait_for(lock, std::chrono::seconds(30), [] { return !g_heard.empty(); }));
-  EXPECT_EQ(g_heard[0], "ptz.run_mode=go_preset: 5") << "the words join with single blanks";
+  ASSERT_TRUE(Await([] {
+    std::lock_guard<std::mutex> guard(g_mutex);
+    return !g_heard.empty();
+  }, 30));
+  std::lock_guard<std::mutex> guard(g_mutex);
+  EXPECT_EQ(g_heard, "ptz.run_mode=go_preset: 5") << "the words join with single blanks";
   EXPECT_NE(g_heard_on, std::this_thread::get_id());
 }
 
@@ -91,46 +68,47 @@ TEST_F(Realtime, SlewctlGetListAndErrors) {
   char stored[128];
   ASSERT_TRUE(sim::bus_read("ptz.mode_status", stored, sizeof stored));
   EXPECT_STREQ(stored, "line one\nline two\\") << "escapes survive the trip";
-
-  EXPECT_EQ(Ctl({"get", "ptz.status"}, &out), sim::kCtlOk);
-  EXPECT_EQ(out, "0\n");
   EXPECT_EQ(Ctl({"list", "ptz.preset."}, &out), sim::kCtlOk);
   EXPECT_EQ(out, "ptz.preset.position.0=one\nptz.preset.position.1=two\n");
 
-  EXPECT_EQ(Ctl({"get", "ptz.nothing"}, &out, &err), sim::kCtlNoValue);
-  EXPECT_EQ(err, "slewctl: ptz.nothing holds no value\n");
-  EXPECT_EQ(Ctl({"set", "bad key", "1"}, &out, &err), sim::kCtlRefused);
-  EXPECT_EQ(Ctl({"set", "ptz.status", std::string(128, 'x')}, &out, &err), sim::kCtlRefused);
-  EXPECT_EQ(err, "slewctl: value over 127 characters (128)\n");
-  EXPECT_EQ(Ctl({"set", "ptz.status"}, &out, &err), sim::kCtlUsage);
-  EXPECT_EQ(Ctl({"watch", "-n", "zero"}, &out, &err), sim::kCtlUsage);
-  EXPECT_EQ(err, "slewctl: bad command line; slewctl --help tells the commands\n");
-  EXPECT_EQ(Ctl({"get", "--wait", "ptz.status"}, &out, &err), sim::kCtlUsage);
-  EXPECT_EQ(Ctl({"fly"}, &out, &err), sim::kCtlUsage);
-  EXPECT_EQ(Ctl({"get", "ptz.status"}, &out), sim::kCtlOk) << "nothing refused was stored";
-  EXPECT_EQ(out, "0\n");
+  // status, err (when given) of each refused command line.
+  const std::pair<std::vector<std::string>, const char*> kRefused[] = {
+      {{"get", "ptz.nothing"}, "slewctl: ptz.nothing holds no value\n"},
+      {{"set", "bad key", "1"}, nullptr},
+      {{"set", "ptz.status", std::string(128, 'x')}, "slewctl: value over 127 characters (128)\n"},
+      {{"set", "ptz.status"}, nullptr},
+      {{"watch", "-n", "zero"}, "slewctl: bad command line; slewctl --help tells the commands\n"},
+      {{"get", "--wait", "ptz.status"}, nullptr},
+      {{"fly"}, nullptr},
+      {{"set", "sim.lens.zoom_max", "5"}, "slewctl: read-only key: sim.lens.zoom_max\n"},
+  };
+  const int kStatus[] = {sim::kCtlNoValue, sim::kCtlRefused, sim::kCtlRefused, sim::kCtlUsage,
+                         sim::kCtlUsage,   sim::kCtlUsage,   sim::kCtlUsage,   sim::kCtlRefused};
+  for (size_t i = 0; i < std::size(kRefused); ++i) {
+    EXPECT_EQ(Ctl(kRefused[i].first, &out, &err), kStatus[i]) << i;
+    if (kRefused[i].second) {
+      EXPECT_EQ(err, kRefused[i].second);
+    }
+  }
+  // Nothing refused was stored; the factory lens (type 0: the view move
+  // reads the sensor keys) and its description.
+  const std::pair<const char*, const char*> kKept[] = {
+      {"ptz.status", "0\n"}, {"sim.lens_type", "0\n"}, {"sim.lens.zoom_max", "16384\n"}};
+  for (const auto& [key, value] : kKept) {
+    EXPECT_EQ(Ctl({"get", key}, &out), sim::kCtlOk);
+    EXPECT_EQ(out, value) << key;
+  }
+  EXPECT_EQ(get_lenstype(), 0);
 
   sim::realtime_stop();
   EXPECT_EQ(Ctl({"get", "ptz.status"}, &out, &err), sim::kCtlNoDaemon);
   EXPECT_NE(err.find("slewctl: no slewd running on " + state_), std::string::npos) << err;
   EXPECT_EQ(err.find('\n'), err.size() - 1) << "one line";
-
   // The store outlives the camera.
   std::string error;
   ASSERT_EQ(sim::realtime_start(state_, &error), 0) << error;
   EXPECT_EQ(Ctl({"get", "ptz.preset.position.1"}, &out), sim::kCtlOk);
   EXPECT_EQ(out, "two\n");
-}
-
-TEST_F(Realtime, FactoryLensWorksForTheViewMoveAndItsDescriptionIsReadOnly) {
-  std::string out, err;
-  EXPECT_EQ(Ctl({"get", "sim.lens_type"}, &out), sim::kCtlOk);
-  EXPECT_EQ(out, "0\n") << "lens type 0: the view move reads the sensor keys";
-  EXPECT_EQ(get_lenstype(), 0);
-  EXPECT_EQ(Ctl({"set", "sim.lens.zoom_max", "5"}, &out, &err), sim::kCtlRefused);
-  EXPECT_EQ(err, "slewctl: read-only key: sim.lens.zoom_max\n");
-  EXPECT_EQ(Ctl({"get", "sim.lens.zoom_max"}, &out), sim::kCtlOk);
-  EXPECT_EQ(out, "16384\n");
 }
 
 TEST_F(Realtime, WatchStreamsEveryWriteUnderItsPrefix) {
@@ -150,35 +128,15 @@ TEST_F(Realtime, WatchStreamsEveryWriteUnderItsPrefix) {
   EXPECT_EQ(seen, (std::vector<std::string>{"change ptz.status=4", "change ptz.run_mode=stop",
                                             "change ptz.preset.position.0=a\\nb"}));
   close(fd);
-
   // slewctl watch -n ends after that many changes.
-  std::string out;
-  std::atomic<bool> done{false};
-  std::thread writer([&done] {
-    for (int i = 0; !done; ++i) {
-      kvlink_set("ptz.pan_pos", std::to_string(i).c_str());
-      sim::bus_stretch_end();
-      std::this_thread::yield();
-    }
+  std::string out = WatchWhile({"watch", "-n", "2", "ptz.pan_pos"}, [] {
+    static int i = 0;
+    kvlink_set("ptz.pan_pos", std::to_string(i++).c_str());
+    sim::bus_stretch_end();
+    std::this_thread::yield();
   });
-  EXPECT_EQ(Ctl({"watch", "-n", "2", "ptz.pan_pos"}, &out), sim::kCtlOk);
-  done = true;
-  writer.join();
   EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2);
   EXPECT_EQ(out.rfind("ptz.pan_pos=", 0), 0u) << out;
-}
-
-}  // namespace
-
-namespace {
-
-// Reads one reply line from a raw connection ("" when none came).
-std::string Reply(int fd) {
-  timeval bound{10, 0};
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof bound);
-  sim::LineReader reader(fd);
-  std::string line;
-  return reader.next(&line) ? line : "";
 }
 
 TEST_F(Realtime, ProtocolRefusesLongLinesNulBytesAndTakesCrLf) {
@@ -210,20 +168,11 @@ TEST_F(Realtime, SlewctlEscapesControlCharactersUnlessRaw) {
   EXPECT_EQ(out, "ptz.osd=" + shown);
   EXPECT_EQ(Ctl({"get", "--raw", "ptz.osd"}, &out), sim::kCtlOk);
   EXPECT_EQ(out, hostile + "\n");
-
   // Pairs of equal writes until the watch has seen two changes.
-  std::atomic<bool> done{false};
-  std::thread writer([&done] {
-    while (!done) {
-      for (const char* v : {"same", "same", "\x1b", "\x1b"}) {
-        sim::bus_write(sim::Origin::External, "ptz.osd", v);
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+  out = WatchWhile({"watch", "-n", "2", "--changes", "ptz.osd"}, [] {
+    for (const char* v : {"same", "same", "\x1b", "\x1b"}) sim::bus_write(sim::Origin::External, "ptz.osd", v);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   });
-  EXPECT_EQ(Ctl({"watch", "-n", "2", "--changes", "ptz.osd"}, &out), sim::kCtlOk);
-  done = true;
-  writer.join();
   EXPECT_TRUE(out == "ptz.osd=same\nptz.osd=\\e\n" || out == "ptz.osd=\\e\nptz.osd=same\n")
       << "repeats left out: " << out;
 }
@@ -240,20 +189,17 @@ TEST_F(Realtime, RefusedKnobIsNotStored) {
 
 TEST_F(Realtime, TranscriptKeepsThePreviousRunAndRotates) {
   const std::string log = state_ + "/transcript.log";
+  EXPECT_TRUE(std::filesystem::exists(state_ + "/root/dev/iav"));
   sim::trace(sim::Kind::Log, "first run");
   sim::realtime_stop();
   std::string error;
   ASSERT_EQ(sim::realtime_start(state_, &error), 0) << error;
-  std::ifstream previous(log + ".1");
-  std::string text((std::istreambuf_iterator<char>(previous)), std::istreambuf_iterator<char>());
-  EXPECT_NE(text.find("log first run"), std::string::npos) << "the previous run is kept";
+  EXPECT_NE(FileText(log + ".1").find("log first run"), std::string::npos) << "the previous run is kept";
 
   sim::transcript_rotate_at(4096);
   for (int i = 0; i < 400; ++i) sim::trace(sim::Kind::Log, "line %d of a long run", i);
   sim::transcript_rotate_at(16 * 1024 * 1024);
-  for (const char* old : {".1", ".2", ".3"}) {
-    EXPECT_LE(std::filesystem::file_size(log + old), 4096u + 64) << old;
-  }
+  for (const char* old : {".1", ".2", ".3"}) EXPECT_LE(std::filesystem::file_size(log + old), 4096u + 64) << old;
   EXPECT_FALSE(std::filesystem::exists(log + ".4")) << "at most three old files";
   EXPECT_LE(std::filesystem::file_size(log), 4096u + 64);
 }

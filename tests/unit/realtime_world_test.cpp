@@ -1,19 +1,10 @@
-// The real-time world thread: library calls see the world as of the moment
-// of the call, and the thread sleeps while the world has nothing to do by
-// itself, however often the daemon calls. Time passes for real here, but no
-// check depends on how much: only on whether any did.
-#include <gtest/gtest.h>
-
-#include <chrono>
+// The real-time world thread: a library call sees the world as of that
+// moment, and the thread sleeps while nothing is due, however often the
+// daemon calls. Time passes for real; checks depend only on whether any did.
 #include <climits>
 #include <mutex>
-#include <cstdlib>
-#include <string>
-#include <thread>
 
-#include "core/core.h"
 #include "platform/gimbal.h"
-#include "realtime/realtime.h"
 #include "realtime_fixture.h"
 #include "world/world.h"
 
@@ -29,13 +20,9 @@ class RealtimeWorld : public RealtimeCamera {
     PanReset();
     TiltReset();
   }
-  // Waits until the world thread sleeps with nothing due; false after 10 s.
+  // Whether the world thread comes to sleep with nothing due.
   static bool AwaitThreadIdle() {
-    for (int i = 0; i < 10000; i++) {
-      if (sim::world_thread_deadline() == INT64_MAX) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
+    return Await([] { return sim::world_thread_deadline() == INT64_MAX; }, 10);
   }
 };
 
@@ -71,12 +58,7 @@ TEST_F(RealtimeWorld, TheThreadBringsAMoveToItsEndWithNoCall) {
     const sim::Axis& tilt = sim::the_world().tilt;
     return tilt.pos == 200 && !sim::axis_moving(tilt);
   };
-  bool done = false;
-  for (int i = 0; i < 10000 && !done; i++) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    done = arrived();
-  }
-  EXPECT_TRUE(done);
+  EXPECT_TRUE(Await(arrived, 10));
   EXPECT_TRUE(AwaitThreadIdle());
 }
 
