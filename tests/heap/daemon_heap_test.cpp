@@ -36,23 +36,13 @@ void Note(void* caller) {
 
 }  // namespace
 
+// Each notes its caller, then allocates as glibc would.
+#define COUNTED(call) (Note(__builtin_return_address(0)), call)
 extern "C" {
-void* malloc(size_t size) noexcept {
-  Note(__builtin_return_address(0));
-  return __libc_malloc(size);
-}
-void* calloc(size_t count, size_t size) noexcept {
-  Note(__builtin_return_address(0));
-  return __libc_calloc(count, size);
-}
-void* realloc(void* p, size_t size) noexcept {
-  Note(__builtin_return_address(0));
-  return __libc_realloc(p, size);
-}
-void* memalign(size_t alignment, size_t size) noexcept {
-  Note(__builtin_return_address(0));
-  return __libc_memalign(alignment, size);
-}
+void* malloc(size_t size) noexcept { return COUNTED(__libc_malloc(size)); }
+void* calloc(size_t count, size_t size) noexcept { return COUNTED(__libc_calloc(count, size)); }
+void* realloc(void* p, size_t size) noexcept { return COUNTED(__libc_realloc(p, size)); }
+void* memalign(size_t alignment, size_t size) noexcept { return COUNTED(__libc_memalign(alignment, size)); }
 void* aligned_alloc(size_t alignment, size_t size) noexcept { return memalign(alignment, size); }
 int posix_memalign(void** out, size_t alignment, size_t size) noexcept {
   *out = memalign(alignment, size);

@@ -58,7 +58,7 @@ TEST_F(Realtime, SlewctlSetReachesListenersOnTheBusThread) {
   EXPECT_NE(g_heard_on, std::this_thread::get_id());
 }
 
-TEST_F(Realtime, SlewctlGetListAndErrors) {
+TEST_F(Realtime, SlewctlGetListAndErrorsAndRefusedKnobsAreNotStored) {
   std::string out, err;
   kvlink_set("ptz.status", "0");
   kvlink_set("ptz.preset.position.999", "one");
@@ -71,29 +71,33 @@ TEST_F(Realtime, SlewctlGetListAndErrors) {
   EXPECT_EQ(Ctl({"list", "ptz.preset."}, &out), sim::kCtlOk);
   EXPECT_EQ(out, "ptz.preset.position.0=one\nptz.preset.position.1=two\n");
 
-  // status, err (when given) of each refused command line.
-  const std::pair<std::vector<std::string>, const char*> kRefused[] = {
-      {{"get", "ptz.nothing"}, "slewctl: ptz.nothing holds no value\n"},
-      {{"set", "bad key", "1"}, nullptr},
-      {{"set", "ptz.status", std::string(128, 'x')}, "slewctl: value over 127 characters (128)\n"},
-      {{"set", "ptz.status"}, nullptr},
-      {{"watch", "-n", "zero"}, "slewctl: bad command line; slewctl --help tells the commands\n"},
-      {{"get", "--wait", "ptz.status"}, nullptr},
-      {{"fly"}, nullptr},
-      {{"set", "sim.lens.zoom_max", "5"}, "slewctl: read-only key: sim.lens.zoom_max\n"},
+  ASSERT_EQ(Ctl({"set", "sim.pan.pos", "100"}), sim::kCtlOk);
+  EXPECT_EQ(Ctl({"set", "sim.no_knob", "1"}), sim::kCtlOk) << "not the camera's to refuse";
+  struct {
+    std::vector<std::string> words;
+    int status;
+    const char* err;  // when given
+  } const kRefused[] = {
+      {{"get", "ptz.nothing"}, sim::kCtlNoValue, "slewctl: ptz.nothing holds no value\n"},
+      {{"set", "bad key", "1"}, sim::kCtlRefused, nullptr},
+      {{"set", "ptz.status", std::string(128, 'x')}, sim::kCtlRefused, "slewctl: value over 127 characters (128)\n"},
+      {{"set", "ptz.status"}, sim::kCtlUsage, nullptr},
+      {{"watch", "-n", "zero"}, sim::kCtlUsage, "slewctl: bad command line; slewctl --help tells the commands\n"},
+      {{"get", "--wait", "ptz.status"}, sim::kCtlUsage, nullptr},
+      {{"fly"}, sim::kCtlUsage, nullptr},
+      {{"set", "sim.lens.zoom_max", "5"}, sim::kCtlRefused, "slewctl: read-only key: sim.lens.zoom_max\n"},
+      {{"set", "sim.pan.pos", "abc"}, sim::kCtlRefused, "slewctl: sim.pan.pos: bad value \"abc\", knob unchanged\n"},
   };
-  const int kStatus[] = {sim::kCtlNoValue, sim::kCtlRefused, sim::kCtlRefused, sim::kCtlUsage,
-                         sim::kCtlUsage,   sim::kCtlUsage,   sim::kCtlUsage,   sim::kCtlRefused};
-  for (size_t i = 0; i < std::size(kRefused); ++i) {
-    EXPECT_EQ(Ctl(kRefused[i].first, &out, &err), kStatus[i]) << i;
-    if (kRefused[i].second) {
-      EXPECT_EQ(err, kRefused[i].second);
+  for (const auto& r : kRefused) {
+    EXPECT_EQ(Ctl(r.words, &out, &err), r.status) << r.words[0] << " " << r.words.back();
+    if (r.err) {
+      EXPECT_EQ(err, r.err);
     }
   }
   // Nothing refused was stored; the factory lens (type 0: the view move
   // reads the sensor keys) and its description.
-  const std::pair<const char*, const char*> kKept[] = {
-      {"ptz.status", "0\n"}, {"sim.lens_type", "0\n"}, {"sim.lens.zoom_max", "16384\n"}};
+  const std::pair<const char*, const char*> kKept[] = {{"ptz.status", "0\n"}, {"sim.pan.pos", "100\n"},
+                                                       {"sim.lens_type", "0\n"}, {"sim.lens.zoom_max", "16384\n"}};
   for (const auto& [key, value] : kKept) {
     EXPECT_EQ(Ctl({"get", key}, &out), sim::kCtlOk);
     EXPECT_EQ(out, value) << key;
@@ -175,16 +179,6 @@ TEST_F(Realtime, SlewctlEscapesControlCharactersUnlessRaw) {
   });
   EXPECT_TRUE(out == "ptz.osd=same\nptz.osd=\\e\n" || out == "ptz.osd=\\e\nptz.osd=same\n")
       << "repeats left out: " << out;
-}
-
-TEST_F(Realtime, RefusedKnobIsNotStored) {
-  std::string out, err;
-  ASSERT_EQ(Ctl({"set", "sim.pan.pos", "100"}), sim::kCtlOk);
-  EXPECT_EQ(Ctl({"set", "sim.pan.pos", "abc"}, &out, &err), sim::kCtlRefused);
-  EXPECT_EQ(err, "slewctl: sim.pan.pos: bad value \"abc\", knob unchanged\n");
-  EXPECT_EQ(Ctl({"get", "sim.pan.pos"}, &out), sim::kCtlOk);
-  EXPECT_EQ(out, "100\n");
-  EXPECT_EQ(Ctl({"set", "sim.no_knob", "1"}, &out, &err), sim::kCtlOk) << "not the camera's to refuse";
 }
 
 TEST_F(Realtime, TranscriptKeepsThePreviousRunAndRotates) {
