@@ -1,8 +1,8 @@
-// The daemon's own code allocates nothing from the heap once it has started:
-// the whole daemon runs in virtual time, in-process, and an allocator of this
-// test's own counts every allocation made while the calling thread is in the
-// daemon's code rather than inside one of the camera's library calls
-// (sim::t_platform_depth 0), through an idle minute and a minute of commands.
+// The daemon's own code allocates nothing from the heap once started: slewd
+// runs in virtual time in-process, and this test's allocator counts what is
+// allocated while the thread is in the daemon's code and not inside one of
+// the camera's library calls (sim::t_platform_depth 0), through an idle
+// minute and a minute of commands.
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <stdlib.h>
@@ -29,7 +29,6 @@ std::atomic<bool> g_counting{false};  // the measured window is open
 std::atomic<long> g_allocations{0};   // made by the daemon's code in it
 std::atomic<void*> g_first_caller{nullptr};
 
-// Counts one allocation when the daemon's own code made it.
 void Note(void* caller) {
   if (!g_counting.load(std::memory_order_relaxed) || sim::t_platform_depth != 0) return;
   if (g_allocations.fetch_add(1) == 0) g_first_caller.store(caller);
@@ -37,23 +36,13 @@ void Note(void* caller) {
 
 }  // namespace
 
+// Each notes its caller, then allocates as glibc would.
+#define COUNTED(call) (Note(__builtin_return_address(0)), call)
 extern "C" {
-void* malloc(size_t size) noexcept {
-  Note(__builtin_return_address(0));
-  return __libc_malloc(size);
-}
-void* calloc(size_t count, size_t size) noexcept {
-  Note(__builtin_return_address(0));
-  return __libc_calloc(count, size);
-}
-void* realloc(void* p, size_t size) noexcept {
-  Note(__builtin_return_address(0));
-  return __libc_realloc(p, size);
-}
-void* memalign(size_t alignment, size_t size) noexcept {
-  Note(__builtin_return_address(0));
-  return __libc_memalign(alignment, size);
-}
+void* malloc(size_t size) noexcept { return COUNTED(__libc_malloc(size)); }
+void* calloc(size_t count, size_t size) noexcept { return COUNTED(__libc_calloc(count, size)); }
+void* realloc(void* p, size_t size) noexcept { return COUNTED(__libc_realloc(p, size)); }
+void* memalign(size_t alignment, size_t size) noexcept { return COUNTED(__libc_memalign(alignment, size)); }
 void* aligned_alloc(size_t alignment, size_t size) noexcept { return memalign(alignment, size); }
 int posix_memalign(void** out, size_t alignment, size_t size) noexcept {
   *out = memalign(alignment, size);
@@ -71,8 +60,8 @@ const char* const kCommands[] = {"manual:100,0,0", "stop", "abs:30000,5000,4000"
                                  "relative:1000,-500", "set_preset:1", "go_preset:1", "manual:0,0,1",
                                  "stop", "scan:1", "stop", "patrol:1", "stop"};
 
-// The scenario around the daemon, run between virtual steps (inside a sleep
-// of the daemon, so not counted): opens the window, sends the commands, ends.
+// Run between virtual steps (inside a daemon's sleep, so not counted): opens
+// the window, sends the commands, ends.
 void Outside() {
   static int sent = 0;
   double t = sim::daemon_seconds();
@@ -90,9 +79,8 @@ void Outside() {
   }
 }
 
-// Allocates and frees one block through the counting allocator.
 void AllocateOnce() {
-  void* volatile block = malloc(16);  // volatile: the pair must not be optimised away
+  void* volatile block = malloc(16);  // volatile: not optimised away
   free(block);
 }
 

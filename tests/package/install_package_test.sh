@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
-# Builds the Debian package of a build folder, unpacks it into a scratch
-# root, runs the unpacked slewsim on a scenario (its transcript must match
-# the build's own slewsim), and checks the systemd units with
-# systemd-analyze verify where it is available. In a cross-build the
-# programs run through the EMULATOR command given after the folders.
+# Builds the Debian package, unpacks it into a scratch root, runs the unpacked
+# slewsim on a scenario (its transcript must match the build's own) and
+# verifies the systemd units where systemd-analyze exists. In a cross-build
+# the programs run through the EMULATOR command.
 # Usage: install_package_test.sh BUILD_DIR SOURCE_DIR [EMULATOR...]
 set -Eeuo pipefail
 build=$1
@@ -12,27 +11,22 @@ emulator=("${@:3}")
 scratch=$(mktemp -d "${TMPDIR:-/tmp}/slewd-package.XXXXXX")
 trap 'rm -rf "$scratch"' EXIT
 root=$scratch/root
-
 fail() { echo "FAIL: $*"; exit 1; }
 # A command that stops the script under set -e names itself.
 trap '_failed=$?; echo "FAIL: line $LINENO: \"$BASH_COMMAND\" exited with status $_failed"' ERR
 
 (cd "$build" && cpack -G DEB -B "$scratch/out" >"$scratch/cpack.log" 2>&1) || { cat "$scratch/cpack.log"; fail "cpack"; }
-# Globs, not pipelines: a "find | head" dies of SIGPIPE under pipefail.
-debs=("$scratch"/out/slewd_*.deb)
+debs=("$scratch"/out/slewd_*.deb)  # a glob: "find | head" dies of SIGPIPE under pipefail
 deb=${debs[0]}
 [ -f "$deb" ] || fail "no slewd_*.deb made"
 dpkg-deb --info "$deb" >"$scratch/info"
 grep -q '^ Depends:.*libsqlite3' "$scratch/info" || fail "Depends lacks libsqlite3: $(grep Depends "$scratch/info")"
 dpkg-deb -x "$deb" "$root"
-
 for path in usr/bin/slewd usr/bin/slewsim usr/bin/slewctl usr/lib/systemd/system/slewd.service \
             usr/share/doc/slewd/README.md usr/share/doc/slewd/realtime.md; do
   [ -e "$root/$path" ] || fail "package lacks /$path"
 done
-echo "package: $(basename "$deb"), $(du -k "$deb" | cut -f1) KiB"
 
-# The unpacked slewsim on a scenario, against the build's own.
 scenarios=("$source"/tests/scenarios/*.scn)
 scenario=${scenarios[0]}
 "${emulator[@]}" "$root/usr/bin/slewsim" --transcript "$scratch/installed.txt" "$scenario" >"$scratch/run.log" ||
@@ -40,10 +34,9 @@ scenario=${scenarios[0]}
 grep -q '^PASS ' "$scratch/run.log" || fail "installed slewsim did not pass $scenario"
 "${emulator[@]}" "$build/slewsim" --transcript "$scratch/built.txt" "$scenario" >/dev/null
 cmp -s "$scratch/installed.txt" "$scratch/built.txt" || fail "installed and built transcripts differ"
-echo "installed slewsim: $(tail -n1 "$scratch/run.log") on $(basename "$scenario")"
 
-# The units as installed, their programs looked up in the scratch root; any
-# word from the verifier (it warns and still exits 0) is a fault.
+# The units as installed, their programs in the scratch root; any word from
+# the verifier (it warns and still exits 0) is a fault.
 if command -v systemd-analyze >/dev/null; then
   mkdir "$scratch/units"
   for unit in "$root"/usr/lib/systemd/system/*.service; do
@@ -52,7 +45,6 @@ if command -v systemd-analyze >/dev/null; then
   systemd-analyze verify --man=no "$scratch"/units/*.service >"$scratch/verify.log" 2>&1 ||
     { cat "$scratch/verify.log"; fail "systemd-analyze verify"; }
   [ ! -s "$scratch/verify.log" ] || { cat "$scratch/verify.log"; fail "systemd-analyze verify warned"; }
-  echo "units verified: $(cd "$scratch/units" && echo *.service)"
 else
   echo "systemd-analyze not available: units not verified"
 fi

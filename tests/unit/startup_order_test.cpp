@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,7 @@ namespace {
 
 // Bus calls from the first binding to "in main loop", without their time.
 std::vector<std::string> StartupBusCalls() {
-  // Named by process, so that builds testing side by side never share them.
+  // Named by process: builds testing side by side never share them.
   const std::string base = "/tmp/startup_order_test." + std::to_string(getpid());
   const std::string scenario = base + ".scn", transcript = base + ".txt";
   std::ofstream(scenario) << "await out in loop 120\n";
@@ -34,44 +35,36 @@ std::vector<std::string> StartupBusCalls() {
   return calls;
 }
 
+// Appends call(key) for each blank-separated key.
+void Add(std::vector<std::string>* calls, const char* call, const std::string& keys) {
+  std::istringstream words(keys);
+  for (std::string key; words >> key;) calls->push_back(std::string(call) + "(" + key + ")");
+}
+
 TEST(StartupOrder, ListenersAreBoundAndReadInOrder) {
   std::vector<std::string> expected;
-  for (const char* key : {"ptz.run_mode", "ptz.patrol.", "ptz.lens.get_pos.zoom",
-                          "ptz.system.auto_flip", "ptz.manual.proportion",
-                          "ptz.system.recover_time", "ptz.system.max_speed", "ptz.schedule",
-                          "ptz.preset.view_move", "ptz.preset.track_enable"}) {
-    expected.push_back(std::string("listen(") + key + ")");
-  }
+  Add(&expected, "listen", "ptz.run_mode ptz.patrol. ptz.lens.get_pos.zoom ptz.system.auto_flip "
+      "ptz.manual.proportion ptz.system.recover_time ptz.system.max_speed ptz.schedule "
+      "ptz.preset.view_move ptz.preset.track_enable");
   expected.insert(expected.end(), {"get(ptz.preset.track_enable)", "listen(ptz.preset.track_id)",
-                                   "get(ptz.preset.track_id)", "get(ptz.track.preset_id)",
-                                   "listen(ptz.pattern.action)", "listen(ptz.system.up_limit)",
-                                   "listen(ptz.system.down_limit)", "listen(ptz.manual.limit)",
-                                   "listen(ptz.manual.right_limit)",
-                                   "listen(ptz.manual.left_limit)"});
+                                   "get(ptz.preset.track_id)", "get(ptz.track.preset_id)"});
+  Add(&expected, "listen", "ptz.pattern.action ptz.system.up_limit ptz.system.down_limit "
+      "ptz.manual.limit ptz.manual.right_limit ptz.manual.left_limit");
   for (int scan = 1; scan <= 4; scan++) {
-    for (const char* limit : {"limit", "right_limit", "left_limit"}) {
-      expected.push_back("listen(ptz.scan.scan" + std::to_string(scan) + "." + limit + ")");
-    }
+    std::string s = "ptz.scan.scan" + std::to_string(scan);
+    Add(&expected, "listen", s + ".limit " + s + ".right_limit " + s + ".left_limit");
   }
-  for (const char* key : {"image.cam1.flip", "image.cam1.mirror", "ptz.manual.pan_speed",
-                          "ptz.manual.tilt_speed", "ptz.system.freeze", "ptz.system.east_pos",
-                          "encode.cam1.eis.enable", "encode.cam1.eis.fov",
-                          "encode.cam1.ois.enable"}) {
-    expected.push_back(std::string("listen(") + key + ")");
-  }
-  for (const char* key : {"ptz.system.max_speed", "ptz.system.recover_time", "lens.get_pos.zoom",
-                          "ptz.system.auto_flip", "ptz.manual.proportion", "image.cam1.flip",
-                          "image.cam1.mirror", "ptz.manual.pan_speed", "ptz.manual.tilt_speed",
-                          "ptz.system.freeze", "encode.cam1.eis.enable", "encode.cam1.eis.fov",
-                          "encode.cam1.ois.enable"}) {
-    expected.push_back(std::string("get(") + key + ")");
-  }
+  Add(&expected, "listen", "image.cam1.flip image.cam1.mirror ptz.manual.pan_speed "
+      "ptz.manual.tilt_speed ptz.system.freeze ptz.system.east_pos encode.cam1.eis.enable "
+      "encode.cam1.eis.fov encode.cam1.ois.enable");
+  Add(&expected, "get", "ptz.system.max_speed ptz.system.recover_time lens.get_pos.zoom "
+      "ptz.system.auto_flip ptz.manual.proportion image.cam1.flip image.cam1.mirror "
+      "ptz.manual.pan_speed ptz.manual.tilt_speed ptz.system.freeze encode.cam1.eis.enable "
+      "encode.cam1.eis.fov encode.cam1.ois.enable");
   expected.insert(expected.end(), {"listen(ptz.PID)", "get(ptz.PID)"});
   // LoadSchedule ends the listeners' start.
-  expected.insert(expected.end(), {"get(ptz.schedule.enable)", "get(ptz.schedule.recover_time)"});
-  for (const char* day : {"sun", "mon", "tue", "wed", "thu", "fri", "sat"}) {
-    expected.push_back(std::string("get(ptz.schedule.") + day + ")");
-  }
+  Add(&expected, "get", "ptz.schedule.enable ptz.schedule.recover_time ptz.schedule.sun "
+      "ptz.schedule.mon ptz.schedule.tue ptz.schedule.wed ptz.schedule.thu ptz.schedule.fri ptz.schedule.sat");
   EXPECT_EQ(StartupBusCalls(), expected);
 }
 
