@@ -1,6 +1,6 @@
-// The firmware update against the simulated controllers: the protocol's
-// rules on the controller side, the update in-process, and through slewsim
-// the largest image, the refused one and a sweep of every failure point.
+// The firmware update against the simulated controllers: the controller's
+// rules, the update in-process, and through slewsim the largest image, the
+// refused one and a sweep of every failure point.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -114,7 +114,6 @@ TEST_F(FirmwareUpdate, ControllerTakesFramesInOrderAndCommitsOnlyAGoodImage) {
   EXPECT_EQ(PanContinuousMove(0, 720), -1) << "update mode refuses moves";
   EXPECT_EQ(TiltContinuousMove(0, 720), 0) << "the other axis still moves";
   TiltContinuousMove(0, 0);
-
   Frame(1, 0x22);
   EXPECT_EQ(Status(1), 0x0100) << "not the next frame";
   Frame(0, 0x11, true);
@@ -132,7 +131,6 @@ TEST_F(FirmwareUpdate, ControllerTakesFramesInOrderAndCommitsOnlyAGoodImage) {
   Seconds(3);
   EXPECT_EQ(Read(0x9a), 1) << "a commit without a good image leaves update mode on";
   EXPECT_EQ(Read(0x30), 1);
-
   Frame(1, 0x22);
   SendI2C(0x28, 0x92, &one, 2);
   EXPECT_EQ(Read(0x9c), 1);
@@ -155,16 +153,14 @@ TEST_F(FirmwareUpdate, ControllerTakesFramesInOrderAndCommitsOnlyAGoodImage) {
 TEST_F(FirmwareUpdate, KnobsTakeGoodValuesOnly) {
   std::lock_guard lock(sim::big_lock());
   sim::World& w = sim::the_world();
-  for (const char* bad : {"x", "1,0", "1,-2", "70000", "-1", "1,", ",1", "1,2,3"}) {
+  for (const char* bad : {"x", "1,0", "1,-2", "70000", "-1", "1,", ",1", "1,2,3"})
     EXPECT_FALSE(sim::knob_apply(w, "sim.pan.fw_fail", bad)) << bad;
-  }
   EXPECT_FALSE(sim::knob_apply(w, "sim.tilt.fw_version", "256"));
   EXPECT_FALSE(sim::knob_apply(w, "sim.tilt.fw_nope", "1"));
   EXPECT_EQ(Pan().fail.frame, -1);
   EXPECT_EQ(w.controllers.tilt.fw.version, 1);
   EXPECT_TRUE(sim::knob_apply(w, "sim.pan.fw_fail", "3,-1"));
-  EXPECT_EQ(Pan().fail.frame, 3);
-  EXPECT_EQ(Pan().fail.times, -1);
+  EXPECT_EQ(std::make_pair(Pan().fail.frame, Pan().fail.times), std::make_pair(3, -1));
   EXPECT_TRUE(sim::knob_apply(w, "sim.pan.fw_noecho", "2"));
   EXPECT_EQ(Pan().noecho.times, 1);
   EXPECT_TRUE(sim::knob_apply(w, "sim.pan.fw_fail", ""));
@@ -173,34 +169,26 @@ TEST_F(FirmwareUpdate, KnobsTakeGoodValuesOnly) {
   EXPECT_EQ(w.controllers.tilt.fw.next_version, 0);
 }
 
-TEST_F(FirmwareUpdate, SmallImageAnnouncesItsTenthsAndGoesOutFilled) {
-  std::vector<uint8_t> data = srec::Pattern(9);
-  CameraFile("/mnt/nand/fw.s19", srec::Records(data));
-  EXPECT_EQ(McuUpdate(0x28, "/mnt/nand/fw.s19"), 0);
-  EXPECT_EQ(Pan().announced, 0) << "9 / 10";
-  EXPECT_EQ(Bus("sim.pan.fw_bytes"), "240");
-  EXPECT_EQ(Bus("sim.pan.fw_crc"), srec::Crc(data));
-  EXPECT_EQ(Count("out MCU Update done"), 1);
-
-  data = srec::Pattern(2401);
-  CameraFile("/mnt/nand/fw.s19", srec::Records(data));
-  EXPECT_EQ(McuUpdate(0x28, "/mnt/nand/fw.s19"), 0);
-  EXPECT_EQ(Pan().announced, 240);
-  EXPECT_EQ(Bus("sim.pan.fw_bytes"), "2640");
-  EXPECT_EQ(Bus("sim.pan.fw_crc"), srec::Crc(data));
-  EXPECT_EQ(Bus("sim.pan.fw_version"), "3");
-}
-
-TEST_F(FirmwareUpdate, ALogThatCannotBeOpenedDoesNotStopTheUpdate) {
+// Images announce their size in tenths and go out filled; a log that cannot be opened stops nothing.
+TEST_F(FirmwareUpdate, InProcessUpdates) {
   fs::create_directories(dir_ / "camera/tmp/mcuupate.log");
-  std::vector<uint8_t> data = srec::Pattern(500);
-  CameraFile("/mnt/nand/fw.s19", srec::Records(data));
-  EXPECT_EQ(McuUpdate(0x28, "/mnt/nand/fw.s19"), 0);
-  EXPECT_EQ(Count("out Open /tmp/mcuupate.log fail, update goes on without log"), 1);
-  EXPECT_EQ(Bus("sim.pan.fw_crc"), srec::Crc(data));
+  struct {
+    size_t size;
+    int announced;
+    const char* bytes;
+  } cases[] = {{9, 0, "240"}, {2401, 240, "2640"}};
+  for (auto& c : cases) {
+    std::vector<uint8_t> data = srec::Pattern(c.size);
+    CameraFile("/mnt/nand/fw.s19", srec::Records(data));
+    EXPECT_EQ(McuUpdate(0x28, "/mnt/nand/fw.s19"), 0);
+    EXPECT_EQ(Pan().announced, c.announced);
+    EXPECT_EQ(Bus("sim.pan.fw_bytes"), c.bytes);
+    EXPECT_EQ(Bus("sim.pan.fw_crc"), srec::Crc(data));
+  }
+  EXPECT_EQ(Bus("sim.pan.fw_version"), "3");
+  EXPECT_EQ(Count("out MCU Update done"), 2);
+  EXPECT_EQ(Count("out Open /tmp/mcuupate.log fail, update goes on without log"), 2);
 }
-
-// ---- through slewsim ------------------------------------------------------------
 
 // One generated scenario: an update of image on the pan controller with the
 // knob set, ending in success or in the failure line.

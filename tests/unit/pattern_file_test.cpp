@@ -37,29 +37,21 @@ std::vector<std::string> LinesOf(const std::string& bytes) {
 
 using Lines = std::vector<std::string>;
 
-TEST(PatternLine, KeepsLineFeedsAndAShortLastLine) {
-  EXPECT_EQ(LinesOf(""), Lines{});
-  EXPECT_EQ(LinesOf("21000,4915,120\n1800\nstop"), (Lines{"21000,4915,120\n", "1800\n", "stop"}));
-  EXPECT_EQ(LinesOf("\n\n"), (Lines{"\n", "\n"}));
-}
-
-TEST(PatternLine, OverLongLinesKeepTheirHeadAndThePairsStayInStep) {
+TEST(PatternLine, LinesKeepLineFeedsOverLongOnesTheirHeadAndEndlessOnesEndTheFile) {
   std::string longEvent = "abs:1,2,3" + std::string(300, ',') + "tail";
-  Lines lines = LinesOf(longEvent + "\n500\nstop\n0\n");
-  ASSERT_EQ(lines.size(), 4u);
-  EXPECT_EQ(lines[0], longEvent.substr(0, 126) + "\n");
-  EXPECT_EQ(lines[1], "500\n");
-  EXPECT_EQ(lines[2], "stop\n");
-}
-
-TEST(PatternLine, EndlessLinesAndBinaryEndTheFile) {
-  EXPECT_EQ(LinesOf("stop\n" + std::string(kPatternLineScan + 1, 'a') + "\n0\n"), Lines{"stop\n"});
-  EXPECT_EQ(LinesOf(std::string(kPatternLineScan, 'a') + "\n0\n").size(), 2u);  // the longest read
-  std::string binary("\x00\xff\x01\n7\n", 6);
-  Lines lines = LinesOf(binary);
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0], "");  // cut at its NUL: no command
-  EXPECT_EQ(lines[1], "7\n");
+  struct {
+    std::string bytes;
+    Lines want;
+  } cases[] = {
+      {"", {}},
+      {"21000,4915,120\n1800\nstop", {"21000,4915,120\n", "1800\n", "stop"}},  // a short last line
+      {"\n\n", {"\n", "\n"}},
+      {longEvent + "\n500\nstop\n0\n", {longEvent.substr(0, 126) + "\n", "500\n", "stop\n", "0\n"}},  // pairs in step
+      {"stop\n" + std::string(kPatternLineScan + 1, 'a') + "\n0\n", {"stop\n"}},
+      {std::string(kPatternLineScan, 'a') + "\n0\n", {std::string(126, 'a') + "\n", "0\n"}},  // the longest read
+      {std::string("\x00\xff\x01\n7\n", 6), {"", "7\n"}},  // cut at its NUL: no command
+  };
+  for (auto& c : cases) EXPECT_EQ(LinesOf(c.bytes), c.want) << c.bytes.substr(0, 20);
 }
 
 TEST(NumberText, ListsReadAsScanfDoes) {

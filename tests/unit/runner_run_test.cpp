@@ -1,6 +1,5 @@
 // The scenario interpreter against a small fake daemon: when await resumes,
-// what expect sees, signals, the daemon's end, files, --keep, the summary
-// and repeatability.
+// what expect sees, signals, the daemon's end, files, --keep and the summary.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -160,13 +159,6 @@ TEST_F(RunnerRun, CommandLineErrorsExitWithTwo) {
   Outcome bad = Run({"wait 1\n", "wait 1\nwiat 2\n"}, {});
   EXPECT_EQ(bad.status, 2);
   EXPECT_EQ(bad.report, dir_ + "/case1.scn:2: unknown directive 'wiat'\n");  // nothing ran
-}
-
-TEST_F(RunnerRun, SameScenarioGivesTheSameTranscript) {
-  std::string text = "await out in loop 5\nbus test.x 1\nwait 3.3\nsignal 15\nwait 1\nshow bus test.\n";
-  std::string first = Run(text).transcript;
-  EXPECT_FALSE(first.empty());
-  EXPECT_EQ(Run(text).transcript, first);
 }
 
 }  // namespace
