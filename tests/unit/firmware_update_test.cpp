@@ -24,9 +24,8 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string ReadText(const fs::path& path) {
-  std::ifstream in(path);
   std::stringstream text;
-  text << in.rdbuf();
+  text << std::ifstream(path).rdbuf();
   return text.str();
 }
 
@@ -190,89 +189,75 @@ TEST_F(FirmwareUpdate, InProcessUpdates) {
   EXPECT_EQ(Count("out Open /tmp/mcuupate.log fail, update goes on without log"), 2);
 }
 
-// One generated scenario: an update of image on the pan controller with the
-// knob set, ending in success or in the failure line.
+// One generated scenario: an update of a pattern image of size bytes on the
+// pan controller with sim.pan.KNOB set, ending in success or in the failure line.
 struct Case {
-  std::string name;
-  std::string knob, value;        // sim.pan.<knob>
-  const char* failure;            // nullptr: the update succeeds; else directive text
+  std::string name, knob, value;
+  const char* failure;  // nullptr: the update succeeds; else directive text
+  size_t size;
 };
 
-// The scenario text of a case.
-std::string ScenarioOf(const Case& c, const std::vector<uint8_t>& image) {
+std::string ScenarioOf(const Case& c) {
+  std::vector<uint8_t> image = srec::Pattern(c.size);
   std::string s = "args updatep /mnt/nand/fw.s19\nbus sim.pan.fw_version 7\n";
   if (!c.knob.empty()) s += "bus sim.pan." + c.knob + " " + c.value + "\n";
   s += "file /mnt/nand/fw.s19\n" + srec::Records(image) + "end\nawait exit 0 300\n";
-  if (c.failure == nullptr) {
-    s += "expect line out MCU Update done\nexpect line out New FW Version:8\n"
-         "expect bus sim.pan.fw_version 8\nexpect bus sim.pan.fw_crc " + srec::Crc(image) + "\n";
-  } else {
-    s += std::string("expect line out ") + c.failure + "\nexpect no line MCU Update done\n"
-         "expect bus sim.pan.fw_version 7\nshow bus sim.pan.fw_crc\nexpect no line bus sim.pan.fw_crc\n";
-  }
-  return s;
+  if (c.failure == nullptr)
+    return s + "expect line out MCU Update done\nexpect line out New FW Version:8\nexpect bus sim.pan.fw_version 8\n"
+               "expect bus sim.pan.fw_crc " + srec::Crc(image) + "\n";
+  return s + "expect line out " + c.failure + "\nexpect no line MCU Update done\nexpect bus sim.pan.fw_version 7\n"
+             "show bus sim.pan.fw_crc\nexpect no line bus sim.pan.fw_crc\n";
 }
 
-// Runs the cases through slewsim in one go, keeping each camera's files.
-std::string RunSlewsim(const fs::path& dir, const std::vector<Case>& cases, const std::vector<uint8_t>& image) {
-  fs::create_directories(dir);
-  std::string command = std::string(SLEWSIM_PATH) + " --keep " + (dir / "keep").string();
-  for (const Case& c : cases) {
-    fs::path scn = dir / (c.name + ".scn");
-    std::ofstream(scn) << ScenarioOf(c, image);
-    command += " " + scn.string();
-  }
-  command += " > " + (dir / "report.txt").string() + " 2>&1";
-  EXPECT_EQ(std::system(command.c_str()), 0) << ReadText(dir / "report.txt");
-  return ReadText(dir / "report.txt");
-}
-
-TEST_F(FirmwareUpdate, LargestImageGoesOutIn427FramesAndOneByteMoreIsRefused) {
-  std::vector<Case> good{{"largest", "", "", nullptr}};
-  RunSlewsim(dir_ / "good", good, srec::Pattern(kFwImageMax - 1));
-  std::string log = ReadText(dir_ / "good/keep/tmp/mcuupate.log");
-  EXPECT_EQ(Occurrences(log, "ok\n"), 427);
-  EXPECT_EQ(Occurrences(log, "\n0x93->01 00 "), 1) << "frame 256 as 0x01 0x00";
-  EXPECT_EQ(Occurrences(log, "\n0x93->01 aa "), 1) << "the last frame, 426";
-
-  // Nothing at all goes to the controller, not even Prepare.
-  std::vector<Case> big{{"too_big", "", "", "Load fail:File to big\nexpect line out LoadFWFile fail\n"
-                                           "expect no line call SendI2C"}};
-  RunSlewsim(dir_ / "big", big, srec::Pattern(kFwImageMax));
-}
-
-TEST_F(FirmwareUpdate, EveryFailurePointEndsDoneWithTheRightImageOrFailsLeavingTheVersion) {
+// Through slewsim: the largest image in 427 frames, one byte more refused
+// before anything goes to the controller (not even Prepare), and every
+// failure point ending done with the right image or failing leaving the version.
+TEST_F(FirmwareUpdate, ThroughSlewsimLargestImageAndEveryFailurePoint) {
   constexpr int kFrames = 3;
-  std::vector<uint8_t> image = srec::Pattern(kFrames * 240 - 120);  // the last frame filled
-  std::vector<Case> cases;
+  constexpr size_t kSize = kFrames * 240 - 120;  // the last frame filled
+  std::vector<Case> cases{
+      {"largest", "", "", nullptr, kFwImageMax - 1},
+      {"too_big", "", "", "Load fail:File to big\nexpect line out LoadFWFile fail\nexpect no line call SendI2C",
+       kFwImageMax},
+      {"noecho_always_1", "fw_noecho", "1,-1", "Frame 0x0001 status not echoed 20 times, give up", kSize},
+      {"refused", "fw_refuse", "1", "Enable update mode fail", kSize},
+      {"bad_image", "fw_bad_image", "1", "update fail 0x9c", kSize}};
   for (int k = 0; k < kFrames; k++) {
     std::string n = std::to_string(k);
-    cases.push_back({"fail_once_" + n, "fw_fail", n, nullptr});
-    cases.push_back({"fail_five_" + n, "fw_fail", n + ",5", nullptr});
-    cases.push_back({"fail_six_" + n, "fw_fail", n + ",6", "UpdateMcu fail"});
-    cases.push_back({"noecho_once_" + n, "fw_noecho", n, nullptr});
+    cases.push_back({"fail_once_" + n, "fw_fail", n, nullptr, kSize});
+    cases.push_back({"fail_five_" + n, "fw_fail", n + ",5", nullptr, kSize});
+    cases.push_back({"fail_six_" + n, "fw_fail", n + ",6", "UpdateMcu fail", kSize});
+    cases.push_back({"noecho_once_" + n, "fw_noecho", n, nullptr, kSize});
   }
-  cases.push_back({"noecho_always_1", "fw_noecho", "1,-1", "Frame 0x0001 status not echoed 20 times, give up"});
-  cases.push_back({"refused", "fw_refuse", "1", "Enable update mode fail"});
-  cases.push_back({"bad_image", "fw_bad_image", "1", "update fail 0x9c"});
-  std::string report = RunSlewsim(dir_, cases, image);
+  std::string command = std::string(SLEWSIM_PATH) + " --keep " + (dir_ / "keep").string();
+  for (const Case& c : cases) {
+    std::ofstream(dir_ / (c.name + ".scn")) << ScenarioOf(c);
+    command += " " + (dir_ / (c.name + ".scn")).string();
+  }
+  EXPECT_EQ(std::system((command + " > " + (dir_ / "report.txt").string() + " 2>&1").c_str()), 0);
+  std::string report = ReadText(dir_ / "report.txt");
   EXPECT_NE(report.find(std::to_string(cases.size()) + " passed, 0 failed"), std::string::npos) << report;
 
   // The log shows each attempt: six of a frame, not five; a missing echo costs none.
-  auto log = [&](const std::string& name) { return ReadText(dir_ / "keep" / name / "tmp/mcuupate.log"); };
+  auto count = [&](const std::string& name, const char* what) {
+    return Occurrences(ReadText(dir_ / "keep" / name / "tmp/mcuupate.log"), what);
+  };
+  EXPECT_EQ(count("largest", "ok\n"), 427);
+  EXPECT_EQ(count("largest", "\n0x93->01 00 "), 1) << "frame 256 as 0x01 0x00";
+  EXPECT_EQ(count("largest", "\n0x93->01 aa "), 1) << "the last frame, 426";
   for (int k = 0; k < kFrames; k++) {
     std::string n = std::to_string(k);
-    EXPECT_EQ(Occurrences(log("fail_once_" + n), "Fail. Retry\n"), 1) << k;
-    EXPECT_EQ(Occurrences(log("fail_five_" + n), "Fail. Retry\n"), 5) << k;
-    EXPECT_EQ(Occurrences(log("fail_five_" + n), "ok\n"), kFrames) << k;
-    EXPECT_EQ(Occurrences(log("fail_six_" + n), "Fail. Retry\n"), 6) << k;
-    EXPECT_EQ(Occurrences(log("fail_six_" + n), "ok\n"), k) << k;
-    EXPECT_EQ(Occurrences(log("noecho_once_" + n), "0x93->"), kFrames + 1) << k;
-    EXPECT_EQ(Occurrences(log("noecho_once_" + n), "Fail. Retry"), 0) << k;
+    EXPECT_EQ(count("fail_once_" + n, "Fail. Retry\n"), 1) << k;
+    EXPECT_EQ(count("fail_five_" + n, "Fail. Retry\n"), 5) << k;
+    EXPECT_EQ(count("fail_five_" + n, "ok\n"), kFrames) << k;
+    EXPECT_EQ(count("fail_six_" + n, "Fail. Retry\n"), 6) << k;
+    EXPECT_EQ(count("fail_six_" + n, "ok\n"), k) << k;
+    EXPECT_EQ(count("noecho_once_" + n, "0x93->"), kFrames + 1) << k;
+    EXPECT_EQ(count("noecho_once_" + n, "Fail. Retry"), 0) << k;
   }
-  EXPECT_EQ(Occurrences(log("noecho_always_1"), "0x93->"), 1 + kFwUnechoedMax);
+  EXPECT_EQ(count("noecho_always_1", "0x93->"), 1 + kFwUnechoedMax);
   EXPECT_FALSE(fs::exists(dir_ / "keep/refused/tmp/mcuupate.log")) << "no frame sent";
-  EXPECT_EQ(Occurrences(log("bad_image"), "ok\n"), kFrames);
+  EXPECT_EQ(count("bad_image", "ok\n"), kFrames);
 }
 
 }  // namespace

@@ -35,9 +35,8 @@ int FakeDaemon(int argc, char** argv) {
 }
 
 std::string ReadFile(const std::string& path) {
-  std::ifstream in(path);
   std::stringstream text;
-  text << in.rdbuf();
+  text << std::ifstream(path).rdbuf();
   return text.str();
 }
 
@@ -78,6 +77,12 @@ class RunnerRun : public ::testing::Test {
   }
   // One scenario with its transcript kept in dir_/t.txt.
   Outcome Run(const std::string& text) { return Run({text}, {"--transcript", dir_ + "/t.txt"}); }
+  // Whether the report of one scenario has piece in it.
+  bool Reports(const std::string& text, const std::string& piece) {
+    std::string report = Run(text).report;
+    EXPECT_NE(report.find(piece), std::string::npos) << report;
+    return report.find(piece) != std::string::npos;
+  }
 
   std::string dir_;
 };
@@ -109,8 +114,7 @@ TEST_F(RunnerRun, ExpectsLookSinceTheMark) {
   EXPECT_EQ(Run("wait 2\nexpect line out in main\nmark\nexpect no line main\nexpect line \"\"\n").report,
             "FAIL case0: " + dir_ + "/case0.scn:5: expect line \"\" \u2014 no line since the mark contains it\n"
             "0 passed, 1 failed\n");
-  EXPECT_NE(Run("wait 2\nexpect no line out in\n").report.find("case0.scn:2: expect no line out in \u2014 found 'out in main loop'\n"),
-            std::string::npos);
+  Reports("wait 2\nexpect no line out in\n", "case0.scn:2: expect no line out in \u2014 found 'out in main loop'\n");
   Outcome late = Run("bus t.a 1\nawait out never 2.5\n");
   EXPECT_NE(late.report.find("case0.scn:2: await out never 2.5 \u2014 no such line within the time"), std::string::npos);
   EXPECT_EQ(late.transcript.substr(late.transcript.rfind('\n', late.transcript.size() - 2) + 1), "1.000 out in loop\n");
@@ -119,14 +123,11 @@ TEST_F(RunnerRun, ExpectsLookSinceTheMark) {
 TEST_F(RunnerRun, ExpectLinesWantsConsecutiveLinesInOrder) {
   EXPECT_EQ(Run("wait 2\nexpect lines\nmain loop\nout in loop\nend\n").report,
             "PASS case0\n1 passed, 0 failed\n");
-  EXPECT_NE(Run("wait 2\nexpect lines\nout in loop\nmain loop\nend\n").report.find(
-                "case0.scn:2: expect lines \u2014 no run of lines since the mark contains them in order"),
-            std::string::npos);
-  EXPECT_NE(Run("wait 2\nexpect lines\nargs\nout in loop\nend\n").report.find("FAIL"),
-            std::string::npos);  // a line between breaks the run
-  EXPECT_NE(Run("wait 2\nexpect range ptz.pan_pos 0 10\n").report.find(
-                "expect range ptz.pan_pos 0 10 \u2014 the daemon has not written the key since the mark"),
-            std::string::npos);
+  Reports("wait 2\nexpect lines\nout in loop\nmain loop\nend\n",
+          "case0.scn:2: expect lines \u2014 no run of lines since the mark contains them in order");
+  Reports("wait 2\nexpect lines\nargs\nout in loop\nend\n", "FAIL");  // a line between breaks the run
+  Reports("wait 2\nexpect range ptz.pan_pos 0 10\n",
+          "expect range ptz.pan_pos 0 10 \u2014 the daemon has not written the key since the mark");
 }
 
 TEST_F(RunnerRun, SignalsAndTheDaemonsEnd) {
@@ -136,8 +137,8 @@ TEST_F(RunnerRun, SignalsAndTheDaemonsEnd) {
   Outcome intr = Run("bus t.a 1\nwait 2\nsignal 2\nexpect exit 130\nexpect bus t.a 1\nsignal 15\n");
   EXPECT_NE(intr.transcript.find("2.000 exit 130\n"), std::string::npos);
   EXPECT_NE(intr.report.find("signal 15 \u2014 the daemon has already ended with status 130"), std::string::npos);
-  EXPECT_NE(Run("wait 2\nexpect exit 0\n").report.find("the daemon is still running"), std::string::npos);
-  EXPECT_NE(Run("wait 20\nexpect exit 0\n").report.find("the daemon ended with status 3"), std::string::npos);
+  Reports("wait 2\nexpect exit 0\n", "the daemon is still running");
+  Reports("wait 20\nexpect exit 0\n", "the daemon ended with status 3");
 }
 
 TEST_F(RunnerRun, FilesSummaryAndKeptSandbox) {

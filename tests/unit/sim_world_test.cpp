@@ -29,6 +29,14 @@ struct Move {
   int dir, target, n, want;
 };
 
+// A bus write ("sh": a shell line, run with success), n world steps, and
+// what a bus key (or "zoom", "lens": the getters) reads then.
+struct Act {
+  const char *key, *value;
+  int n;
+  const char *read, *want;
+};
+
 class SimWorld : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -60,6 +68,16 @@ class SimWorld : public ::testing::Test {
   static std::string bus(const char* key) {
     char v[128] = "";
     return sim::bus_read(key, v, sizeof v) ? v : "<none>";
+  }
+  static void run(const std::vector<Act>& acts) {
+    for (const Act& a : acts) {
+      if (std::string(a.key) == "sh") EXPECT_EQ(sim::shell_run(a.value), 0) << a.value;
+      else if (*a.key) ext(a.key, a.value);
+      steps(a.n);
+      std::string r = a.read, got = r == "zoom" ? std::to_string(get(GetZoom)) : r == "lens" ? "" : bus(a.read);
+      if (r == "lens") got = std::to_string(get(GetLensStatus));
+      EXPECT_EQ(got, a.want) << a.key << " " << a.value << " " << a.n << ": " << a.read;
+    }
   }
   static void run(const std::vector<Move>& moves) {
     for (const Move& m : moves) {
@@ -270,13 +288,10 @@ TEST_F(SimWorld, LensMovesPublishesSearchesAndReportsStatus) {
   sim::set_verbose(true);
   EXPECT_EQ(bus("ptz.lens.get_pos.zoom"), "0");
   size_t start = sim::transcript_size();
-  ext("ptz.lens.set_pos.zoom", "8192");
-  EXPECT_EQ(get(GetLensStatus), 2);
-  seconds(2);  // 8192 steps at 4096 a second
-  EXPECT_EQ(get(GetLensStatus), 0);
-  EXPECT_EQ(get(GetZoom), 8192);
-  steps(10);  // the last publication may wait up to 100 ms
-  EXPECT_EQ(bus("ptz.lens.get_pos.zoom"), "8192");
+  run({{"ptz.lens.set_pos.zoom", "8192", 0, "lens", "2"},
+       {"", "", 200, "lens", "0"},  // 8192 steps at 4096 a second
+       {"", "", 0, "zoom", "8192"},
+       {"", "", 10, "ptz.lens.get_pos.zoom", "8192"}});  // the last publication may wait up to 100 ms
   // At most one publication per 100 ms, each a larger zoom.
   int publications = 0, last = -1;
   for (size_t i = start; i < sim::transcript_size(); i++) {
@@ -291,23 +306,14 @@ TEST_F(SimWorld, LensMovesPublishesSearchesAndReportsStatus) {
   double focal = 0;
   GetFocalLength(&focal);
   EXPECT_DOUBLE_EQ(focal, 4.7 + (94.0 - 4.7) / 2);
-
-  ext("ptz.lens.set_pos.zoom", "0");
-  seconds(3);
-  ext("ptz.lens.manual.zoom", "tele");
-  seconds(1);
-  ext("ptz.lens.manual.zoom", "stop");
-  EXPECT_EQ(get(GetZoom), 4096);
-  EXPECT_EQ(get(GetLensStatus), 0);
-  ext("ptz.lens.set_pos.zoom", "nonsense");
-  EXPECT_EQ(get(GetLensStatus), 0);
-  ext("ptz.lens.one_push", "run");
-  steps(39);  // a search takes 400 ms even when focus is near
-  EXPECT_EQ(get(GetLensStatus), 2);
-  steps(1);
-  EXPECT_EQ(get(GetLensStatus), 0);
-  steps(10);
-  EXPECT_EQ(bus("ptz.lens.get_pos.focus"), "1024");  // sharp focus is zoom / 4
+  run({{"ptz.lens.set_pos.zoom", "0", 300, "zoom", "0"},
+       {"ptz.lens.manual.zoom", "tele", 100, "zoom", "4096"},
+       {"ptz.lens.manual.zoom", "stop", 0, "zoom", "4096"},
+       {"", "", 0, "lens", "0"},
+       {"ptz.lens.set_pos.zoom", "nonsense", 0, "lens", "0"},
+       {"ptz.lens.one_push", "run", 39, "lens", "2"},  // a search takes 400 ms even when focus is near
+       {"", "", 1, "lens", "0"},
+       {"", "", 10, "ptz.lens.get_pos.focus", "1024"}});  // sharp focus is zoom / 4
 }
 
 TEST_F(SimWorld, KnobsSetTheModelAndBadValuesAreIgnored) {
@@ -386,35 +392,21 @@ TEST_F(SimWorld, ShellCopiesAndRemovesInsideTheSandbox) {
 
 TEST_F(SimWorld, TrackerStartsReportsFollowsAndDies) {
   power_on({{"sim.person", "100,200"}});
-  EXPECT_EQ(sim::shell_run("FigureFollow -m 0 -b 2&"), 0);
-  EXPECT_EQ(bus("sim.tracker.running"), "1");
-  steps(49);
-  EXPECT_EQ(bus("ptz.track.location"), "<none>");  // not before 0.5 s
-  steps(1);
-  EXPECT_EQ(bus("ptz.track.location"), "100,200");
-  EXPECT_EQ(bus("ptz.track.zoom"), "<none>");
-  ext("sim.person", "300,400,5000");
-  steps(10);  // within 100 ms
-  EXPECT_EQ(bus("ptz.track.location"), "300,400");
-  EXPECT_EQ(bus("ptz.track.zoom"), "5000");
-  for (const char* bad : {"1", "1,2,3,4", "a,b", "1,,2", "99999999999,1"}) ext("sim.person", bad);
-  steps(10);
-  EXPECT_EQ(bus("ptz.track.location"), "300,400");  // bad values change nothing
-  sim::shell_run("FigureFollow -p 27182 &");
-  EXPECT_EQ(bus("sim.tracker.running"), "2");
-  ext("sim.tracker.crash", "0");
-  EXPECT_EQ(bus("sim.tracker.running"), "2");
-  ext("sim.tracker.crash", "1");
-  EXPECT_EQ(bus("sim.tracker.running"), "0");
-  ext("sim.person", "1,2");
-  steps(100);
-  EXPECT_EQ(bus("ptz.track.location"), "300,400");  // nobody reports
-  sim::shell_run("FigureFollow &");
-  ext("sim.person", "");
-  steps(100);
-  EXPECT_EQ(bus("ptz.track.location"), "300,400");  // an empty person: nothing
-  sim::shell_run("killall -9 FigureFollow &");
-  EXPECT_EQ(bus("sim.tracker.running"), "0");
+  run({{"sh", "FigureFollow -m 0 -b 2&", 0, "sim.tracker.running", "1"},
+       {"", "", 49, "ptz.track.location", "<none>"},  // not before 0.5 s
+       {"", "", 1, "ptz.track.location", "100,200"},
+       {"", "", 0, "ptz.track.zoom", "<none>"},
+       {"sim.person", "300,400,5000", 10, "ptz.track.location", "300,400"},  // within 100 ms
+       {"", "", 0, "ptz.track.zoom", "5000"}});
+  for (const char* bad : {"1", "1,2,3,4", "a,b", "1,,2", "99999999999,1"})  // bad values change nothing
+    run({{"sim.person", bad, 10, "ptz.track.location", "300,400"}});
+  run({{"sh", "FigureFollow -p 27182 &", 0, "sim.tracker.running", "2"},
+       {"sim.tracker.crash", "0", 0, "sim.tracker.running", "2"},
+       {"sim.tracker.crash", "1", 0, "sim.tracker.running", "0"},
+       {"sim.person", "1,2", 100, "ptz.track.location", "300,400"},  // nobody reports
+       {"sh", "FigureFollow &", 0, "sim.tracker.running", "1"},
+       {"sim.person", "", 100, "ptz.track.location", "300,400"},  // an empty person: nothing
+       {"sh", "killall -9 FigureFollow &", 0, "sim.tracker.running", "0"}});
 }
 
 }  // namespace
