@@ -1,15 +1,9 @@
 // The S-record loader of the firmware update: what loads, in what order, and
 // every faulty file refused with its trace line and nothing loaded.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <string>
-#include <vector>
 
-#include "core/core.h"
 #include "mechanism/firmware_update.h"
+#include "sim_test.h"
 #include "srecord_text.h"
 
 namespace {
@@ -68,7 +62,7 @@ TEST(FirmwareLoad, WhatLoadsAndWhatIsRefused) {
     size_t mark = sim::transcript_size();
     EXPECT_EQ(Load(c.text), c.loaded) << c.what;
     std::string trace;
-    for (size_t i = mark; i < sim::transcript_size(); i++) trace += std::string(sim::transcript_line(i)) + "\n";
+    for (const std::string& line : simtest::LinesSince(mark)) trace += line + "\n";
     if (c.trace.empty() || c.trace.back() == '\n')
       EXPECT_EQ(trace, c.trace) << c.what;
     else

@@ -1,33 +1,18 @@
 // The firmware update against the simulated controllers: the controller's
 // rules, the update in-process, and through slewsim the largest image, the
 // refused one and a sweep of every failure point.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <mutex>
-#include <sstream>
-#include <string>
-#include <vector>
 
-#include "core/core.h"
-#include "world/knobs.h"
 #include "mechanism/firmware_update.h"
 #include "platform/gimbal.h"
+#include "sim_test.h"
 #include "srecord_text.h"
+#include "world/knobs.h"
 #include "world/world.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-std::string ReadText(const fs::path& path) {
-  std::stringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
+using namespace simtest;
 
 // Occurrences of what in text.
 int Occurrences(const std::string& text, const std::string& what) {
@@ -39,9 +24,6 @@ int Occurrences(const std::string& text, const std::string& what) {
 class FirmwareUpdate : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/firmware_update.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir_ = pattern;
     sim::clock_init(sim::ClockMode::Virtual);
     ASSERT_EQ(sim::bus_open(":memory:"), 0);
     sim::sandbox_set_root((dir_ / "camera").c_str());
@@ -50,10 +32,7 @@ class FirmwareUpdate : public ::testing::Test {
     sim::world_init();
     mark_ = sim::transcript_size();
   }
-  void TearDown() override {
-    sim::bus_close();
-    fs::remove_all(dir_);
-  }
+  void TearDown() override { sim::bus_close(); }
   // Writes a file of the camera.
   void CameraFile(const char* path, const std::string& text) {
     fs::path host = dir_ / "camera" / (path + 1);
@@ -61,15 +40,7 @@ class FirmwareUpdate : public ::testing::Test {
     std::ofstream(host) << text;
   }
   // Transcript lines since the test began that contain text.
-  int Count(const char* text) const {
-    int n = 0;
-    for (size_t i = mark_; i < sim::transcript_size(); i++) n += strstr(sim::transcript_line(i), text) != nullptr;
-    return n;
-  }
-  static std::string Bus(const char* key) {
-    char v[128] = "";
-    return sim::bus_read(key, v, sizeof v) ? v : "<none>";
-  }
+  int Count(const char* text) const { return CountSince(mark_, text); }
   static sim::FirmwareUpdate& Pan() { return sim::the_world().controllers.pan.fw; }
   // Sends a data frame of 240 bytes of value fill; checksum right unless spoilt.
   static void Frame(int number, uint8_t fill, bool spoil = false) {
@@ -96,7 +67,8 @@ class FirmwareUpdate : public ::testing::Test {
     for (int i = 0; i < static_cast<int>(s * 100 + 0.5); i++) sim::world_step(sim::kWorldStepNs);
   }
 
-  fs::path dir_;
+  TempDir tmp_;
+  const fs::path& dir_ = tmp_.path;
   size_t mark_ = 0;
 };
 

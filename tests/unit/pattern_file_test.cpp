@@ -1,23 +1,13 @@
 // Pattern files: the bounded line reader of playback, the number readers it
 // shares with the view move, and a recording that takes replayed lines.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-
 #include "control/bus_text.h"
 #include "control/control.h"
 #include "control/run_mode.h"
 #include "daemon_fixture.h"
+#include "sim_test.h"
 #include "tours/pattern.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 // The lines ReadPatternLine hands out for a file of the given bytes.
 std::vector<std::string> LinesOf(const std::string& bytes) {
@@ -77,26 +67,18 @@ class PatternRecording : public DaemonTest {
  protected:
   void SetUp() override {
     DaemonTest::SetUp();
-    char root[] = "/tmp/pattern_file_test.XXXXXX";
-    ASSERT_NE(mkdtemp(root), nullptr);
-    root_ = root;
     old_root_ = sim::sandbox_root();
     sim::sandbox_set_root(root_.c_str());
     ASSERT_EQ(sim::sandbox_make_camera_folders(), 0);
   }
   void TearDown() override {
     sim::sandbox_set_root(old_root_.c_str());
-    fs::remove_all(root_);
     giPatternRec = 0;
     giNewMode = kModeIdle;
   }
-  std::string Stored(int id) {
-    std::ifstream in(root_ + "/mnt/nand/pattern" + std::to_string(id) + ".path");
-    std::stringstream all;
-    all << in.rdbuf();
-    return all.str();
-  }
-  std::string root_, old_root_;
+  std::string Stored(int id) { return simtest::ReadText(root_ + "/mnt/nand/pattern" + std::to_string(id) + ".path"); }
+  simtest::TempDir tmp_;
+  std::string root_ = tmp_.path, old_root_;
 };
 
 TEST_F(PatternRecording, ReplayedLinesAreRecordedOneLineEach) {

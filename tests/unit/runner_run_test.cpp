@@ -1,17 +1,10 @@
 // The scenario interpreter against a small fake daemon: when await resumes,
 // what expect sees, signals, the daemon's end, files, --keep and the summary.
-#include <gtest/gtest.h>
-
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
 
 #include "platform/os.h"
 #include "runner/run.h"
+#include "sim_test.h"
 
 namespace {
 
@@ -34,11 +27,7 @@ int FakeDaemon(int argc, char** argv) {
   return 3;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::stringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
+using simtest::ReadText;
 
 struct Outcome {
   int status;
@@ -48,12 +37,6 @@ struct Outcome {
 
 class RunnerRun : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/runner_run.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir_ = pattern;
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
 
   // Runs scenario texts through the slewsim command line with FakeDaemon.
   Outcome Run(const std::vector<std::string>& texts, std::vector<std::string> options = {}) {
@@ -72,7 +55,7 @@ class RunnerRun : public ::testing::Test {
     rewind(out);
     for (int c; (c = fgetc(out)) != EOF;) o.report += static_cast<char>(c);
     fclose(out);
-    o.transcript = ReadFile(dir_ + "/t.txt");
+    o.transcript = ReadText(dir_ + "/t.txt");
     return o;
   }
   // One scenario with its transcript kept in dir_/t.txt.
@@ -84,7 +67,8 @@ class RunnerRun : public ::testing::Test {
     return report.find(piece) != std::string::npos;
   }
 
-  std::string dir_;
+  simtest::TempDir tmp_;
+  std::string dir_ = tmp_.path;
 };
 
 TEST_F(RunnerRun, AwaitResumesAtTheFirstNewMatchingLine) {
@@ -148,8 +132,8 @@ TEST_F(RunnerRun, FilesSummaryAndKeptSandbox) {
   EXPECT_EQ(o.status, 1);
   EXPECT_NE(o.report.find("PASS case0\nFAIL case1: "), std::string::npos) << o.report;
   EXPECT_NE(o.report.find("the key holds '1'\n1 passed, 1 failed\n"), std::string::npos) << o.report;
-  EXPECT_EQ(ReadFile(dir_ + "/keep/case0/mnt/nand/p.txt"), "# kept\n  two\n");
-  EXPECT_NE(ReadFile(dir_ + "/keep/case1/bus.txt").find("t.a=1\n"), std::string::npos);
+  EXPECT_EQ(ReadText(dir_ + "/keep/case0/mnt/nand/p.txt"), "# kept\n  two\n");
+  EXPECT_NE(ReadText(dir_ + "/keep/case1/bus.txt").find("t.a=1\n"), std::string::npos);
   o = Run(pass);
   EXPECT_EQ(o.transcript, "0.000 file /mnt/nand/p.txt: # kept\n0.000 file /mnt/nand/p.txt:   two\n");
 }

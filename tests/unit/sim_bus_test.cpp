@@ -1,24 +1,19 @@
 // The simulated parameter bus: lists, listeners, value limits, delivery
 // threads, key rules, persistence of the file store, and the sandbox.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "bus/bus_extra.h"
-#include "core/core.h"
 #include "platform/kvlink.h"
+#include "sim_test.h"
 
 namespace {
+
+using simtest::LinesSince;
 
 // What listeners saw, in order: "tag:key=value".
 std::vector<std::string> g_heard;
@@ -60,12 +55,6 @@ class SimBus : public ::testing::Test {
   static std::string Nth(const char* list, int i) {
     char name[128];
     return kvlink_get_name(list, i, name, sizeof name) == 0 ? Get(name) : "<no entry>";
-  }
-  // Transcript lines ("KIND TEXT") added since index first.
-  static std::vector<std::string> LinesSince(size_t first) {
-    std::vector<std::string> lines;
-    for (size_t i = first; i < sim::transcript_size(); ++i) lines.push_back(sim::transcript_line(i));
-    return lines;
   }
   // Every KEY=VALUE under prefix, in visiting order.
   static std::vector<std::string> Visit(const char* prefix) {
@@ -222,16 +211,9 @@ TEST_F(SimBus, OnlyShortDottedNamesAreKeys) {
   EXPECT_TRUE(Visit("").empty());
 }
 
-// A fresh folder under the temporary directory.
-std::string MakeTempFolder() {
-  std::string pattern = (getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp") + std::string("/busXXXXXX");
-  return mkdtemp(pattern.data()) ? pattern : "";
-}
-
 TEST_F(SimBus, FileStoreKeepsEveryWriteAcrossRestartsAndKills) {
-  std::string folder = MakeTempFolder();
-  ASSERT_FALSE(folder.empty());
-  std::string file = folder + "/bus.db";
+  simtest::TempDir dir;
+  std::string folder = dir.path, file = folder + "/bus.db";
   ASSERT_EQ(sim::bus_open(file.c_str()), 0);
   kvlink_set("ptz.system.max_speed", "300");
   kvlink_set("ptz.preset.position.999", "first");
@@ -265,13 +247,11 @@ TEST_F(SimBus, FileStoreKeepsEveryWriteAcrossRestartsAndKills) {
   std::getline(std::ifstream(junk), line);
   EXPECT_EQ(line, "not a database, but somebody's file");
   EXPECT_EQ(sim::bus_open((folder + "/no/such/folder/bus.db").c_str()), -1);
-  std::filesystem::remove_all(folder);
 }
 
 TEST(SimSandbox, CameraPathsStayInsideTheRoot) {
-  std::string folder = MakeTempFolder();
-  ASSERT_FALSE(folder.empty());
-  std::string previous_root = sim::sandbox_root();
+  simtest::TempDir dir;
+  std::string folder = dir.path, previous_root = sim::sandbox_root();
   sim::sandbox_set_root((folder + "/root/").c_str());
   EXPECT_EQ(std::string(sim::sandbox_root()), folder + "/root");
   char out[4096];
@@ -291,7 +271,6 @@ TEST(SimSandbox, CameraPathsStayInsideTheRoot) {
   ASSERT_EQ(stat((folder + "/root/mnt/nand/deep").c_str(), &st), 0);
   EXPECT_TRUE(S_ISDIR(st.st_mode));
   sim::sandbox_set_root(previous_root.c_str());
-  std::filesystem::remove_all(folder);
 }
 
 }  // namespace

@@ -1,22 +1,13 @@
 // The simulated hardware, driven directly: head physics, limits, health,
 // registers, the lens, the shell and the simulated tracker.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "core/core.h"
 #include "platform/camstate.h"
 #include "platform/gimbal.h"
+#include "sim_test.h"
 #include "world/world.h"
 
 namespace {
 
-namespace fs = std::filesystem;
+using namespace simtest;
 using Knobs = std::vector<std::pair<const char*, const char*>>;
 
 // 7200 turns 65535 steps a second: 655 steps in one 10 ms world step.
@@ -65,16 +56,12 @@ class SimWorld : public ::testing::Test {
   static int pan() { return get(GetPanPos); }
   static int tilt() { return get(GetTiltPos); }
   static void ext(const char* key, const char* value) { sim::bus_write(sim::Origin::External, key, value); }
-  static std::string bus(const char* key) {
-    char v[128] = "";
-    return sim::bus_read(key, v, sizeof v) ? v : "<none>";
-  }
   static void run(const std::vector<Act>& acts) {
     for (const Act& a : acts) {
       if (std::string(a.key) == "sh") EXPECT_EQ(sim::shell_run(a.value), 0) << a.value;
       else if (*a.key) ext(a.key, a.value);
       steps(a.n);
-      std::string r = a.read, got = r == "zoom" ? std::to_string(get(GetZoom)) : r == "lens" ? "" : bus(a.read);
+      std::string r = a.read, got = r == "zoom" ? std::to_string(get(GetZoom)) : r == "lens" ? "" : Bus(a.read);
       if (r == "lens") got = std::to_string(get(GetLensStatus));
       EXPECT_EQ(got, a.want) << a.key << " " << a.value << " " << a.n << ": " << a.read;
     }
@@ -275,8 +262,7 @@ TEST_F(SimWorld, CallsAreTracedGettersOnlyWhenVerbose) {
   double f;
   GetFocalLength(&f);
   get_modelid();
-  std::vector<std::string> lines;
-  for (size_t i = start; i < sim::transcript_size(); i++) lines.push_back(sim::transcript_line(i));
+  std::vector<std::string> lines = LinesSince(start);
   lines.erase(lines.begin() + 1);
   EXPECT_EQ(lines, (std::vector<std::string>{"call PanABSMove(1,7200,100)", "call GetPanStatus()=1",
                                              "call GetZoom(0)", "call GetFocalLength(4.7)",
@@ -286,7 +272,7 @@ TEST_F(SimWorld, CallsAreTracedGettersOnlyWhenVerbose) {
 TEST_F(SimWorld, LensMovesPublishesSearchesAndReportsStatus) {
   power_on();
   sim::set_verbose(true);
-  EXPECT_EQ(bus("ptz.lens.get_pos.zoom"), "0");
+  EXPECT_EQ(Bus("ptz.lens.get_pos.zoom"), "0");
   size_t start = sim::transcript_size();
   run({{"ptz.lens.set_pos.zoom", "8192", 0, "lens", "2"},
        {"", "", 200, "lens", "0"},  // 8192 steps at 4096 a second
@@ -355,16 +341,15 @@ TEST_F(SimWorld, FocalLengthPinnedOrFollowingTheZoomAndLensReadOnly) {
   }
   for (auto [key, want] : Knobs{{"sim.lens.focal_wide", "4.7"}, {"sim.lens.focal_tele", "94"},
                                 {"sim.lens.zoom_max", "16384"}})
-    EXPECT_EQ(bus(key), want);
+    EXPECT_EQ(Bus(key), want);
   EXPECT_EQ(sim::bus_write(sim::Origin::External, "sim.lens.zoom_max", "5"), -1);
   EXPECT_EQ(sim::bus_write(sim::Origin::Daemon, "sim.lens.focal_wide", "1"), -1);
-  EXPECT_EQ(bus("sim.lens.zoom_max"), "16384") << "a refused write stores nothing";
+  EXPECT_EQ(Bus("sim.lens.zoom_max"), "16384") << "a refused write stores nothing";
 }
 
 TEST_F(SimWorld, ShellCopiesAndRemovesInsideTheSandbox) {
-  char root_template[] = "/tmp/sim_world_test.XXXXXX";
-  ASSERT_NE(mkdtemp(root_template), nullptr);
-  fs::path root = root_template;
+  TempDir dir;
+  fs::path root = dir.path;
   std::string old_root = sim::sandbox_root();
   sim::sandbox_set_root(root.c_str());
   fs::create_directories(root / "mnt/nand");
@@ -387,7 +372,6 @@ TEST_F(SimWorld, ShellCopiesAndRemovesInsideTheSandbox) {
   EXPECT_TRUE(fs::exists(root / "tmp/pattern1.path"));
   EXPECT_EQ(sim::the_world().shell.killed, (std::vector<std::string>{"FigureFollow", "demo_stamp", "demo_blackout"}));
   sim::sandbox_set_root(old_root.c_str());
-  fs::remove_all(root);
 }
 
 TEST_F(SimWorld, TrackerStartsReportsFollowsAndDies) {

@@ -1,17 +1,8 @@
 // slewsim against the real daemon repeats itself byte for byte (a scenario,
 // with and without -v, and a soak seed); the soak's watch fails each broken
 // invariant.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-
-#include "core/core.h"
 #include "runner/soak.h"
+#include "sim_test.h"
 
 namespace {
 
@@ -19,15 +10,12 @@ namespace {
 std::string TranscriptOf(const std::string& args, const std::string& out) {
   std::string command = std::string(SLEWSIM_PATH) + " " + args + " --transcript " + out + " > /dev/null";
   EXPECT_EQ(std::system(command.c_str()), 0) << command;
-  std::ifstream in(out, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return simtest::ReadText(out);
 }
 
 TEST(Soak, SameScenarioOrSeedGivesTheSameTranscriptAndAnotherSeedAnother) {
-  std::string dir = std::filesystem::temp_directory_path() / ("soak_test." + std::to_string(getpid()));
-  std::filesystem::create_directories(dir);
+  simtest::TempDir tmp;
+  std::string dir = tmp.path;
   std::string scenario = std::string(SLEWD_SOURCE_DIR) + "/tests/scenarios/runner_repeatable.scn";
   for (std::string flags : {"", "-v"}) {
     std::string first = TranscriptOf(flags + " " + scenario, dir + "/1.txt");
@@ -38,7 +26,6 @@ TEST(Soak, SameScenarioOrSeedGivesTheSameTranscriptAndAnotherSeedAnother) {
   EXPECT_GT(first.size(), 1000u);
   EXPECT_EQ(first, TranscriptOf("--soak 5 --hours 0.1", dir + "/2.txt"));
   EXPECT_NE(first, TranscriptOf("--soak 6 --hours 0.1", dir + "/3.txt"));
-  std::filesystem::remove_all(dir);
 }
 
 TEST(Soak, PlanHoldsCommandsSettingsFaultsAndPresetChecks) {

@@ -1,14 +1,9 @@
 // The transcript: line format, console text split into lines, the line
 // hook, and the virtual clock's stepping.
-#include <gtest/gtest.h>
-
 #include <climits>
-#include <cstdio>
-#include <string>
-#include <vector>
 
-#include "core/core.h"
 #include "platform/os.h"
+#include "sim_test.h"
 
 namespace {
 
@@ -32,11 +27,7 @@ class Transcript : public ::testing::Test {
     fclose(sink_);
   }
   // Lines added since SetUp, without their times.
-  std::vector<std::string> Added() const {
-    std::vector<std::string> lines;
-    for (size_t i = first_; i < sim::transcript_size(); ++i) lines.push_back(sim::transcript_line(i));
-    return lines;
-  }
+  std::vector<std::string> Added() const { return simtest::LinesSince(first_); }
   // Everything written to the sink.
   std::string Sink() const {
     fflush(sink_);
