@@ -21,18 +21,14 @@ int Occurrences(const std::string& text, const std::string& what) {
   return n;
 }
 
-class FirmwareUpdate : public ::testing::Test {
+class FirmwareUpdate : public SimTest {
  protected:
   void SetUp() override {
-    sim::clock_init(sim::ClockMode::Virtual);
-    ASSERT_EQ(sim::bus_open(":memory:"), 0);
+    SimTest::SetUp();
     sim::sandbox_set_root((dir_ / "camera").c_str());
-    sim::bus_put("sim.pan.cali_s", "0");
-    sim::bus_put("sim.tilt.cali_s", "0");
-    sim::world_init();
+    PowerOn();
     mark_ = sim::transcript_size();
   }
-  void TearDown() override { sim::bus_close(); }
   // Writes a file of the camera.
   void CameraFile(const char* path, const std::string& text) {
     fs::path host = dir_ / "camera" / (path + 1);
@@ -62,9 +58,6 @@ class FirmwareUpdate : public ::testing::Test {
     uint8_t v = 0xee;
     ReadI2C(0x28, cmd, &v, 1);
     return v;
-  }
-  static void Seconds(double s) {
-    for (int i = 0; i < static_cast<int>(s * 100 + 0.5); i++) sim::world_step(sim::kWorldStepNs);
   }
 
   TempDir tmp_;

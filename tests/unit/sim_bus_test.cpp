@@ -36,15 +36,12 @@ void DeliverAgain(char* key, char*) {
   g_heard.push_back(std::string("end:") + key);
 }
 
-class SimBus : public ::testing::Test {
+class SimBus : public simtest::SimTest {
  protected:
   void SetUp() override {
-    sim::clock_init(sim::ClockMode::Virtual);
-    ASSERT_EQ(sim::bus_open(":memory:"), 0);
-    sim::set_verbose(false);
+    SimTest::SetUp();
     g_heard.clear();
   }
-  void TearDown() override { sim::set_verbose(false); }
 
   // Value at key, or "<none>".
   static std::string Get(const char* key) {

@@ -59,4 +59,31 @@ inline int CountSince(size_t first, const std::string& text) {
   return n;
 }
 
+// A fresh in-memory bus in virtual time, getters left out of the transcript.
+class SimTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    sim::clock_init(sim::ClockMode::Virtual);
+    sim::set_verbose(false);
+    ASSERT_EQ(sim::bus_open(":memory:"), 0);
+  }
+  void TearDown() override {
+    sim::set_verbose(false);
+    sim::bus_close();
+  }
+};
+
+// Powers the camera on, with calibration off unless the knobs say otherwise.
+inline void PowerOn(std::vector<std::pair<const char*, const char*>> knobs = {}) {
+  knobs.insert(knobs.begin(), {{"sim.pan.cali_s", "0"}, {"sim.tilt.cali_s", "0"}});
+  for (auto& [key, value] : knobs) sim::bus_put(key, value);
+  sim::world_init();
+}
+
+// n steps of the world, 10 ms each.
+inline void Steps(int n) {
+  for (int i = 0; i < n; i++) sim::world_step(sim::kWorldStepNs);
+}
+inline void Seconds(double s) { Steps(static_cast<int>(s * 100 + 0.5)); }
+
 }  // namespace simtest

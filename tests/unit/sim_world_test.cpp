@@ -28,25 +28,8 @@ struct Act {
   const char *read, *want;
 };
 
-class SimWorld : public ::testing::Test {
+class SimWorld : public SimTest {
  protected:
-  void SetUp() override {
-    sim::clock_init(sim::ClockMode::Virtual);
-    sim::set_verbose(false);
-    ASSERT_EQ(sim::bus_open(":memory:"), 0);
-  }
-  void TearDown() override { sim::bus_close(); }
-
-  // Powers on with calibration off unless the knobs say otherwise.
-  static void power_on(Knobs knobs = {}) {
-    knobs.insert(knobs.begin(), {{"sim.pan.cali_s", "0"}, {"sim.tilt.cali_s", "0"}});
-    for (auto& [key, value] : knobs) sim::bus_put(key, value);
-    sim::world_init();
-  }
-  static void steps(int n) {
-    for (int i = 0; i < n; i++) sim::world_step(sim::kWorldStepNs);
-  }
-  static void seconds(double s) { steps(static_cast<int>(s * 100 + 0.5)); }
   template <class F>
   static int get(F f) {
     int v = -1;
@@ -60,7 +43,7 @@ class SimWorld : public ::testing::Test {
     for (const Act& a : acts) {
       if (std::string(a.key) == "sh") EXPECT_EQ(sim::shell_run(a.value), 0) << a.value;
       else if (*a.key) ext(a.key, a.value);
-      steps(a.n);
+      Steps(a.n);
       std::string r = a.read, got = r == "zoom" ? std::to_string(get(GetZoom)) : r == "lens" ? "" : Bus(a.read);
       if (r == "lens") got = std::to_string(get(GetLensStatus));
       EXPECT_EQ(got, a.want) << a.key << " " << a.value << " " << a.n << ": " << a.read;
@@ -71,14 +54,14 @@ class SimWorld : public ::testing::Test {
       bool t = m.axis == 't';
       if (m.kind == 'c') (t ? TiltContinuousMove : PanContinuousMove)(m.dir, kFull);
       if (m.kind == 'a') (t ? TiltABSMove : PanABSMove)(m.dir, kFull, m.target);
-      steps(m.n);
+      Steps(m.n);
       EXPECT_EQ(t ? tilt() : pan(), m.want) << m.axis << m.kind << m.dir << " " << m.target;
     }
   }
 };
 
 TEST_F(SimWorld, PanWrapsAndEveryMoveHasItsDirection) {
-  power_on({{"sim.pan.pos", "65530"}, {"sim.tilt.pos", "10000"}});
+  PowerOn({{"sim.pan.pos", "65530"}, {"sim.tilt.pos", "10000"}});
   run({{'p', 'c', 0, 0, 1, 650},          // 65530 + 655 - 65535
        {'p', 'c', 1, 0, 2, 64875},        // 650 - 1310 + 65535
        {'p', 'c', 0, 0, 100, 64875},      // one turn: the carried fractions add up
@@ -97,14 +80,14 @@ TEST_F(SimWorld, PanWrapsAndEveryMoveHasItsDirection) {
 }
 
 TEST_F(SimWorld, StatusWhileMovingAndStopping) {
-  power_on({{"sim.tilt.pos", "100"}});
+  PowerOn({{"sim.tilt.pos", "100"}});
   EXPECT_EQ(GetPanStatus(), 0);
   EXPECT_EQ(GetTiltStatus(), 0);
   PanABSMove(0, kFull, 1000);
   TiltABSMove(1, kFull, 1000);
   EXPECT_EQ(GetPanStatus(), 1);
   EXPECT_EQ(GetTiltStatus(), -1);
-  steps(2);
+  Steps(2);
   EXPECT_EQ(GetPanStatus(), 0);
   EXPECT_EQ(GetTiltStatus(), 0);
   run({{'t', 'c', 1, 0, 2, 0}, {'t', 'c', 0, 0, 100, sim::kTiltMax}});  // into both ends of travel
@@ -117,7 +100,7 @@ TEST_F(SimWorld, StatusWhileMovingAndStopping) {
 }
 
 TEST_F(SimWorld, SoftLimitsStopTheAxis) {
-  power_on({{"sim.pan.pos", "1500"}, {"sim.tilt.pos", "5000"}});
+  PowerOn({{"sim.pan.pos", "1500"}, {"sim.tilt.pos", "5000"}});
   PanLimitSet(1000, 2000);  // right bound, left bound
   PanLimitEn(1);
   run({{'p', 'c', 0, 0, 1, 2000}});
@@ -137,27 +120,27 @@ TEST_F(SimWorld, SoftLimitsStopTheAxis) {
 }
 
 TEST_F(SimWorld, CalibrationAfterPowerOnAndReset) {
-  power_on({{"sim.pan.cali_s", "3"}, {"sim.tilt.cali_s", "1.5"}});
+  PowerOn({{"sim.pan.cali_s", "3"}, {"sim.tilt.cali_s", "1.5"}});
   EXPECT_NE(PanGetCaliStatus(), 0);
   EXPECT_EQ(PanContinuousMove(0, kFull), -1);  // no motion while calibrating
-  steps(150);
+  Steps(150);
   EXPECT_EQ(TiltGetCaliStatus(), 0);
-  steps(149);
+  Steps(149);
   EXPECT_NE(PanGetCaliStatus(), 0);
-  steps(1);
+  Steps(1);
   EXPECT_EQ(PanGetCaliStatus(), 0);
   EXPECT_EQ(pan(), 0);
   PanContinuousMove(0, kFull);
   PanReset();  // stops and calibrates again
   EXPECT_EQ(GetPanStatus(), 0);
   EXPECT_NE(PanGetCaliStatus(), 0);
-  seconds(3);
+  Seconds(3);
   EXPECT_EQ(PanGetCaliStatus(), 0);
 }
 
 // The real-time world thread sleeps until this moment: early wakes it twice, late leaves a change late.
 TEST_F(SimWorld, NextEventIsTheMomentTheWorldChangesByItself) {
-  power_on({{"sim.pan.cali_s", "0.25"}});
+  PowerOn({{"sim.pan.cali_s", "0.25"}});
   const sim::World& w = sim::the_world();
   auto wait_ns = [&] { return sim::world_next_event_ns() - (w.power_on_ns + w.elapsed_ns); };
   EXPECT_EQ(wait_ns(), 250000000);  // the calibration's end
@@ -180,7 +163,7 @@ TEST_F(SimWorld, NextEventIsTheMomentTheWorldChangesByItself) {
 }
 
 TEST_F(SimWorld, SleepTemperatureProgrammingAndI2CFaults) {
-  power_on({{"sim.tilt.asleep", "1"}, {"sim.pan.temp", "65"}, {"sim.i2c_nacks", "2"}});
+  PowerOn({{"sim.tilt.asleep", "1"}, {"sim.pan.temp", "65"}, {"sim.i2c_nacks", "2"}});
   EXPECT_EQ(GetTiltSleepMode(), 3);
   EXPECT_EQ(GetPanSleepMode(), 0);
   EXPECT_EQ(GetPanTemp(), 65);
@@ -204,7 +187,7 @@ TEST_F(SimWorld, SleepTemperatureProgrammingAndI2CFaults) {
 }
 
 TEST_F(SimWorld, RegisterWritesByDriverAndByShellLine) {
-  power_on();
+  PowerOn();
   EXPECT_EQ(Pan_SendI2C_Advanced(0x58, 0xfb9977, 4), 0);
   EXPECT_EQ(Tilt_SendI2C_Advanced(0x46, 0x266, 2), 0);
   EXPECT_EQ(Pan_SendI2C_Advanced(0x46, 1, 5), -1);  // no such width
@@ -244,7 +227,7 @@ TEST_F(SimWorld, RegisterWritesByDriverAndByShellLine) {
 }
 
 TEST_F(SimWorld, CallsAreTracedGettersOnlyWhenVerbose) {
-  power_on();
+  PowerOn();
   size_t start = sim::transcript_size();
   PanABSMove(1, kFull, 100);
   GetPanStatus();
@@ -270,7 +253,7 @@ TEST_F(SimWorld, CallsAreTracedGettersOnlyWhenVerbose) {
 }
 
 TEST_F(SimWorld, LensMovesPublishesSearchesAndReportsStatus) {
-  power_on();
+  PowerOn();
   sim::set_verbose(true);
   EXPECT_EQ(Bus("ptz.lens.get_pos.zoom"), "0");
   size_t start = sim::transcript_size();
@@ -303,7 +286,7 @@ TEST_F(SimWorld, LensMovesPublishesSearchesAndReportsStatus) {
 }
 
 TEST_F(SimWorld, KnobsSetTheModelAndBadValuesAreIgnored) {
-  power_on({{"sim.model_id", "9417702"}, {"sim.motor_type", "1"}, {"sim.clock", "2026-03-01 12:00:00"},
+  PowerOn({{"sim.model_id", "9417702"}, {"sim.motor_type", "1"}, {"sim.clock", "2026-03-01 12:00:00"},
             {"sim.lens_type", "5"}, {"sim.dzoom", "nope"}});
   EXPECT_STREQ(get_modelid(), "9417702");
   EXPECT_EQ(GetMotorType(), 1);
@@ -325,14 +308,14 @@ TEST_F(SimWorld, KnobsSetTheModelAndBadValuesAreIgnored) {
 }
 
 TEST_F(SimWorld, FocalLengthPinnedOrFollowingTheZoomAndLensReadOnly) {
-  power_on({{"sim.focal_mm", "10"}});
+  PowerOn({{"sim.focal_mm", "10"}});
   auto focal = [] {
     double f = -1;
     GetFocalLength(&f);
     return f;
   };
   ext("ptz.lens.set_pos.zoom", "16384");
-  seconds(5);
+  Seconds(5);
   EXPECT_EQ(focal(), 10.0);  // whatever the zoom, until unpinned; bad values change nothing
   for (auto [value, want] : std::vector<std::pair<const char*, double>>{
            {"-2", 10}, {"ten", 10}, {"1e999", 10}, {"4.5", 4.5}, {"", 94}, {"0", 94}}) {
@@ -355,7 +338,7 @@ TEST_F(SimWorld, ShellCopiesAndRemovesInsideTheSandbox) {
   fs::create_directories(root / "mnt/nand");
   fs::create_directories(root / "tmp");
   std::ofstream(root / "tmp/pattern1.path") << "1,2,3\n";
-  power_on();
+  PowerOn();
   EXPECT_EQ(sim::shell_run("cp /tmp/pattern1.path /mnt/nand/pattern1.path;sync;sync"), 0);
   EXPECT_TRUE(fs::exists(root / "mnt/nand/pattern1.path"));
   EXPECT_EQ(sim::shell_run("cp /tmp/none.path /mnt/nand/none.path"), 1);
@@ -375,7 +358,7 @@ TEST_F(SimWorld, ShellCopiesAndRemovesInsideTheSandbox) {
 }
 
 TEST_F(SimWorld, TrackerStartsReportsFollowsAndDies) {
-  power_on({{"sim.person", "100,200"}});
+  PowerOn({{"sim.person", "100,200"}});
   run({{"sh", "FigureFollow -m 0 -b 2&", 0, "sim.tracker.running", "1"},
        {"", "", 49, "ptz.track.location", "<none>"},  // not before 0.5 s
        {"", "", 1, "ptz.track.location", "100,200"},
