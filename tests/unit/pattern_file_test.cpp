@@ -45,20 +45,19 @@ TEST(PatternLine, LinesKeepLineFeedsOverLongOnesTheirHeadAndEndlessOnesEndTheFil
 }
 
 TEST(NumberText, ListsReadAsScanfDoes) {
-  int32_t v[3] = {-1, -1, -1};
-  EXPECT_EQ(ScanIntList("21000,4915,120\n", ',', v, 3), 3);
-  EXPECT_EQ(v[2], 120);
-  int32_t w[3] = {-1, -1, -1};
-  EXPECT_EQ(ScanIntList(" 7, -8 ;9", ',', w, 3), 2);  // stops at ';'
-  EXPECT_EQ(w[0], 7);
-  EXPECT_EQ(w[1], -8);
-  EXPECT_EQ(w[2], -1);  // untouched
-  int32_t x[2] = {5, 5};
-  EXPECT_EQ(ScanIntList("abc,1", ',', x, 2), 0);
-  EXPECT_EQ(x[0], 5);
-  EXPECT_EQ(ScanIntList("99999999999,-99999999999", ',', x, 2), 2);
-  EXPECT_EQ(x[0], INT32_MAX);
-  EXPECT_EQ(x[1], INT32_MIN);
+  struct {
+    const char* text;
+    int n;
+    std::vector<int32_t> want;  // the rest untouched
+  } cases[] = {{"21000,4915,120\n", 3, {21000, 4915, 120}},
+               {" 7, -8 ;9", 2, {7, -8, -1}},  // stops at ';'
+               {"abc,1", 0, {-1, -1, -1}},
+               {"99999999999,-99999999999", 2, {INT32_MAX, INT32_MIN, -1}}};
+  for (auto& c : cases) {
+    std::vector<int32_t> v(3, -1);
+    EXPECT_EQ(ScanIntList(c.text, ',', v.data(), 3), c.n) << c.text;
+    EXPECT_EQ(v, c.want) << c.text;
+  }
   EXPECT_EQ(TextToInt("-"), 0);
   EXPECT_EQ(TextToInt(" +12x"), 12);
 }

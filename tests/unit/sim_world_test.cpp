@@ -81,15 +81,13 @@ TEST_F(SimWorld, PanWrapsAndEveryMoveHasItsDirection) {
 
 TEST_F(SimWorld, StatusWhileMovingAndStopping) {
   PowerOn({{"sim.tilt.pos", "100"}});
-  EXPECT_EQ(GetPanStatus(), 0);
-  EXPECT_EQ(GetTiltStatus(), 0);
+  auto status = [] { return std::make_pair(GetPanStatus(), GetTiltStatus()); };
+  EXPECT_EQ(status(), std::make_pair(0, 0));
   PanABSMove(0, kFull, 1000);
   TiltABSMove(1, kFull, 1000);
-  EXPECT_EQ(GetPanStatus(), 1);
-  EXPECT_EQ(GetTiltStatus(), -1);
+  EXPECT_EQ(status(), std::make_pair(1, -1));
   Steps(2);
-  EXPECT_EQ(GetPanStatus(), 0);
-  EXPECT_EQ(GetTiltStatus(), 0);
+  EXPECT_EQ(status(), std::make_pair(0, 0));
   run({{'t', 'c', 1, 0, 2, 0}, {'t', 'c', 0, 0, 100, sim::kTiltMax}});  // into both ends of travel
   EXPECT_EQ(GetTiltStatus(), 0);
   PanContinuousMove(0, kFull);
