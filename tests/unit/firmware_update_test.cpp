@@ -177,7 +177,7 @@ std::string ScenarioOf(const Case& c) {
 // Through slewsim: the largest image in 427 frames, one byte more refused
 // before anything goes to the controller (not even Prepare), and every
 // failure point ending done with the right image or failing leaving the version.
-TEST_F(FirmwareUpdate, ThroughSlewsimLargestImageAndEveryFailurePoint) {
+TEST_F(FirmwareUpdate, EveryFailurePointEndsDoneWithTheRightImageOrFailsLeavingTheVersion) {
   constexpr int kFrames = 3;
   constexpr size_t kSize = kFrames * 240 - 120;  // the last frame filled
   std::vector<Case> cases{
