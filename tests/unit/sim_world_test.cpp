@@ -41,12 +41,15 @@ class SimWorld : public SimTest {
   static void ext(const char* key, const char* value) { sim::bus_write(sim::Origin::External, key, value); }
   static void run(const std::vector<Act>& acts) {
     for (const Act& a : acts) {
-      if (std::string(a.key) == "sh") EXPECT_EQ(sim::shell_run(a.value), 0) << a.value;
-      else if (*a.key) ext(a.key, a.value);
+      std::string key = a.key, read = a.read;
+      if (key == "sh") {
+        EXPECT_EQ(sim::shell_run(a.value), 0) << a.value;
+      } else if (!key.empty()) {
+        ext(a.key, a.value);
+      }
       Steps(a.n);
-      std::string r = a.read, got = r == "zoom" ? std::to_string(get(GetZoom)) : r == "lens" ? "" : Bus(a.read);
-      if (r == "lens") got = std::to_string(get(GetLensStatus));
-      EXPECT_EQ(got, a.want) << a.key << " " << a.value << " " << a.n << ": " << a.read;
+      EXPECT_EQ(read == "zoom" ? std::to_string(get(GetZoom))
+                : read == "lens" ? std::to_string(get(GetLensStatus)) : Bus(a.read), a.want) << a.key << " " << a.value << " " << a.n << ": " << a.read;
     }
   }
   static void run(const std::vector<Move>& moves) {
