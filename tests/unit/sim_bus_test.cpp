@@ -67,26 +67,19 @@ class SimBus : public simtest::SimTest {
 };
 
 TEST_F(SimBus, PresetListAppendsListsByIndexAndEmpties) {
-  for (int i = 0; i < 12; ++i) {
-    char value[16];
-    snprintf(value, sizeof value, "p%d", i);
-    ASSERT_EQ(kvlink_set("ptz.preset.position.999", value), 0);
-  }
+  for (int i = 0; i < 12; ++i) ASSERT_EQ(kvlink_set("ptz.preset.position.999", ("p" + std::to_string(i)).c_str()), 0);
   EXPECT_EQ(Nth("ptz.preset.position", 0), "p0");
   EXPECT_EQ(Nth("ptz.preset.position", 11), "p11");
   EXPECT_EQ(Nth("ptz.preset.position", 12), "<no entry>");
   EXPECT_EQ(Nth("ptz.preset.position", -1), "<no entry>");
   EXPECT_EQ(Nth("ptz.status", 0), "<no entry>") << "not a list";
   EXPECT_EQ(Get("ptz.preset.position.999"), "<none>") << "the append key holds nothing itself";
-
   // Entries come in list order (p2 before p10), after plain keys.
   sim::bus_put("ptz.preset.name", "x");
   std::vector<std::string> rows = Visit("ptz.preset.");
   ASSERT_EQ(rows.size(), 13u);
-  EXPECT_EQ(rows[0], "ptz.preset.name=x");
-  EXPECT_EQ(rows[3], "ptz.preset.position.2=p2");
-  EXPECT_EQ(rows[11], "ptz.preset.position.10=p10");
-
+  EXPECT_EQ((std::vector<std::string>{rows[0], rows[3], rows[11]}),
+            (std::vector<std::string>{"ptz.preset.name=x", "ptz.preset.position.2=p2", "ptz.preset.position.10=p10"}));
   ASSERT_EQ(kvlink_restore_default("ptz.preset.position"), 0);
   EXPECT_EQ(Nth("ptz.preset.position", 0), "<no entry>");
   EXPECT_EQ(Visit("ptz.preset.position").size(), 0u);
