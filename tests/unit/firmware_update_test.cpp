@@ -1,34 +1,18 @@
-// The firmware update against the simulated controllers: the protocol's
-// rules on the controller side, the update in-process, and through slewsim
-// the largest image, the refused one and a sweep of every failure point.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
+// The firmware update against the simulated controllers: the controller's
+// rules, the update in-process, and through slewsim the largest image, the
+// refused one and a sweep of every failure point.
 #include <mutex>
-#include <sstream>
-#include <string>
-#include <vector>
 
-#include "core/core.h"
-#include "world/knobs.h"
 #include "mechanism/firmware_update.h"
 #include "platform/gimbal.h"
+#include "sim_test.h"
 #include "srecord_text.h"
+#include "world/knobs.h"
 #include "world/world.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-std::string ReadText(const fs::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using namespace simtest;
 
 // Occurrences of what in text.
 int Occurrences(const std::string& text, const std::string& what) {
@@ -37,23 +21,13 @@ int Occurrences(const std::string& text, const std::string& what) {
   return n;
 }
 
-class FirmwareUpdate : public ::testing::Test {
+class FirmwareUpdate : public SimTest {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/firmware_update.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir_ = pattern;
-    sim::clock_init(sim::ClockMode::Virtual);
-    ASSERT_EQ(sim::bus_open(":memory:"), 0);
+    SimTest::SetUp();
     sim::sandbox_set_root((dir_ / "camera").c_str());
-    sim::bus_put("sim.pan.cali_s", "0");
-    sim::bus_put("sim.tilt.cali_s", "0");
-    sim::world_init();
+    PowerOn();
     mark_ = sim::transcript_size();
-  }
-  void TearDown() override {
-    sim::bus_close();
-    fs::remove_all(dir_);
   }
   // Writes a file of the camera.
   void CameraFile(const char* path, const std::string& text) {
@@ -62,15 +36,7 @@ class FirmwareUpdate : public ::testing::Test {
     std::ofstream(host) << text;
   }
   // Transcript lines since the test began that contain text.
-  int Count(const char* text) const {
-    int n = 0;
-    for (size_t i = mark_; i < sim::transcript_size(); i++) n += strstr(sim::transcript_line(i), text) != nullptr;
-    return n;
-  }
-  static std::string Bus(const char* key) {
-    char v[128] = "";
-    return sim::bus_read(key, v, sizeof v) ? v : "<none>";
-  }
+  int Count(const char* text) const { return CountSince(mark_, text); }
   static sim::FirmwareUpdate& Pan() { return sim::the_world().controllers.pan.fw; }
   // Sends a data frame of 240 bytes of value fill; checksum right unless spoilt.
   static void Frame(int number, uint8_t fill, bool spoil = false) {
@@ -93,11 +59,9 @@ class FirmwareUpdate : public ::testing::Test {
     ReadI2C(0x28, cmd, &v, 1);
     return v;
   }
-  static void Seconds(double s) {
-    for (int i = 0; i < static_cast<int>(s * 100 + 0.5); i++) sim::world_step(sim::kWorldStepNs);
-  }
 
-  fs::path dir_;
+  TempDir tmp_;
+  const fs::path& dir_ = tmp_.path;
   size_t mark_ = 0;
 };
 
@@ -114,7 +78,6 @@ TEST_F(FirmwareUpdate, ControllerTakesFramesInOrderAndCommitsOnlyAGoodImage) {
   EXPECT_EQ(PanContinuousMove(0, 720), -1) << "update mode refuses moves";
   EXPECT_EQ(TiltContinuousMove(0, 720), 0) << "the other axis still moves";
   TiltContinuousMove(0, 0);
-
   Frame(1, 0x22);
   EXPECT_EQ(Status(1), 0x0100) << "not the next frame";
   Frame(0, 0x11, true);
@@ -132,7 +95,6 @@ TEST_F(FirmwareUpdate, ControllerTakesFramesInOrderAndCommitsOnlyAGoodImage) {
   Seconds(3);
   EXPECT_EQ(Read(0x9a), 1) << "a commit without a good image leaves update mode on";
   EXPECT_EQ(Read(0x30), 1);
-
   Frame(1, 0x22);
   SendI2C(0x28, 0x92, &one, 2);
   EXPECT_EQ(Read(0x9c), 1);
@@ -155,16 +117,14 @@ TEST_F(FirmwareUpdate, ControllerTakesFramesInOrderAndCommitsOnlyAGoodImage) {
 TEST_F(FirmwareUpdate, KnobsTakeGoodValuesOnly) {
   std::lock_guard lock(sim::big_lock());
   sim::World& w = sim::the_world();
-  for (const char* bad : {"x", "1,0", "1,-2", "70000", "-1", "1,", ",1", "1,2,3"}) {
+  for (const char* bad : {"x", "1,0", "1,-2", "70000", "-1", "1,", ",1", "1,2,3"})
     EXPECT_FALSE(sim::knob_apply(w, "sim.pan.fw_fail", bad)) << bad;
-  }
   EXPECT_FALSE(sim::knob_apply(w, "sim.tilt.fw_version", "256"));
   EXPECT_FALSE(sim::knob_apply(w, "sim.tilt.fw_nope", "1"));
   EXPECT_EQ(Pan().fail.frame, -1);
   EXPECT_EQ(w.controllers.tilt.fw.version, 1);
   EXPECT_TRUE(sim::knob_apply(w, "sim.pan.fw_fail", "3,-1"));
-  EXPECT_EQ(Pan().fail.frame, 3);
-  EXPECT_EQ(Pan().fail.times, -1);
+  EXPECT_EQ(std::make_pair(Pan().fail.frame, Pan().fail.times), std::make_pair(3, -1));
   EXPECT_TRUE(sim::knob_apply(w, "sim.pan.fw_noecho", "2"));
   EXPECT_EQ(Pan().noecho.times, 1);
   EXPECT_TRUE(sim::knob_apply(w, "sim.pan.fw_fail", ""));
@@ -173,118 +133,96 @@ TEST_F(FirmwareUpdate, KnobsTakeGoodValuesOnly) {
   EXPECT_EQ(w.controllers.tilt.fw.next_version, 0);
 }
 
-TEST_F(FirmwareUpdate, SmallImageAnnouncesItsTenthsAndGoesOutFilled) {
-  std::vector<uint8_t> data = srec::Pattern(9);
-  CameraFile("/mnt/nand/fw.s19", srec::Records(data));
-  EXPECT_EQ(McuUpdate(0x28, "/mnt/nand/fw.s19"), 0);
-  EXPECT_EQ(Pan().announced, 0) << "9 / 10";
-  EXPECT_EQ(Bus("sim.pan.fw_bytes"), "240");
-  EXPECT_EQ(Bus("sim.pan.fw_crc"), srec::Crc(data));
-  EXPECT_EQ(Count("out MCU Update done"), 1);
-
-  data = srec::Pattern(2401);
-  CameraFile("/mnt/nand/fw.s19", srec::Records(data));
-  EXPECT_EQ(McuUpdate(0x28, "/mnt/nand/fw.s19"), 0);
-  EXPECT_EQ(Pan().announced, 240);
-  EXPECT_EQ(Bus("sim.pan.fw_bytes"), "2640");
-  EXPECT_EQ(Bus("sim.pan.fw_crc"), srec::Crc(data));
-  EXPECT_EQ(Bus("sim.pan.fw_version"), "3");
-}
-
-TEST_F(FirmwareUpdate, ALogThatCannotBeOpenedDoesNotStopTheUpdate) {
+// Images announce their size in tenths and go out filled; a log that cannot be opened stops nothing.
+TEST_F(FirmwareUpdate, InProcessUpdates) {
   fs::create_directories(dir_ / "camera/tmp/mcuupate.log");
-  std::vector<uint8_t> data = srec::Pattern(500);
-  CameraFile("/mnt/nand/fw.s19", srec::Records(data));
-  EXPECT_EQ(McuUpdate(0x28, "/mnt/nand/fw.s19"), 0);
-  EXPECT_EQ(Count("out Open /tmp/mcuupate.log fail, update goes on without log"), 1);
-  EXPECT_EQ(Bus("sim.pan.fw_crc"), srec::Crc(data));
+  struct {
+    size_t size;
+    int announced;
+    const char* bytes;
+  } cases[] = {{9, 0, "240"}, {2401, 240, "2640"}};
+  for (auto& c : cases) {
+    std::vector<uint8_t> data = srec::Pattern(c.size);
+    CameraFile("/mnt/nand/fw.s19", srec::Records(data));
+    EXPECT_EQ(McuUpdate(0x28, "/mnt/nand/fw.s19"), 0);
+    EXPECT_EQ(Pan().announced, c.announced);
+    EXPECT_EQ(Bus("sim.pan.fw_bytes"), c.bytes);
+    EXPECT_EQ(Bus("sim.pan.fw_crc"), srec::Crc(data));
+  }
+  EXPECT_EQ(Bus("sim.pan.fw_version"), "3");
+  EXPECT_EQ(Count("out MCU Update done"), 2);
+  EXPECT_EQ(Count("out Open /tmp/mcuupate.log fail, update goes on without log"), 2);
 }
 
-// ---- through slewsim ------------------------------------------------------------
-
-// One generated scenario: an update of image on the pan controller with the
-// knob set, ending in success or in the failure line.
+// One generated scenario: an update of a pattern image of size bytes on the
+// pan controller with sim.pan.KNOB set, ending in success or in the failure line.
 struct Case {
-  std::string name;
-  std::string knob, value;        // sim.pan.<knob>
-  const char* failure;            // nullptr: the update succeeds; else directive text
+  std::string name, knob, value;
+  const char* failure;  // nullptr: the update succeeds; else directive text
+  size_t size;
 };
 
-// The scenario text of a case.
-std::string ScenarioOf(const Case& c, const std::vector<uint8_t>& image) {
+std::string ScenarioOf(const Case& c) {
+  std::vector<uint8_t> image = srec::Pattern(c.size);
   std::string s = "args updatep /mnt/nand/fw.s19\nbus sim.pan.fw_version 7\n";
   if (!c.knob.empty()) s += "bus sim.pan." + c.knob + " " + c.value + "\n";
   s += "file /mnt/nand/fw.s19\n" + srec::Records(image) + "end\nawait exit 0 300\n";
-  if (c.failure == nullptr) {
-    s += "expect line out MCU Update done\nexpect line out New FW Version:8\n"
-         "expect bus sim.pan.fw_version 8\nexpect bus sim.pan.fw_crc " + srec::Crc(image) + "\n";
-  } else {
-    s += std::string("expect line out ") + c.failure + "\nexpect no line MCU Update done\n"
-         "expect bus sim.pan.fw_version 7\nshow bus sim.pan.fw_crc\nexpect no line bus sim.pan.fw_crc\n";
-  }
-  return s;
+  if (c.failure == nullptr)
+    return s + "expect line out MCU Update done\nexpect line out New FW Version:8\nexpect bus sim.pan.fw_version 8\n"
+               "expect bus sim.pan.fw_crc " + srec::Crc(image) + "\n";
+  return s + "expect line out " + c.failure + "\nexpect no line MCU Update done\nexpect bus sim.pan.fw_version 7\n"
+             "show bus sim.pan.fw_crc\nexpect no line bus sim.pan.fw_crc\n";
 }
 
-// Runs the cases through slewsim in one go, keeping each camera's files.
-std::string RunSlewsim(const fs::path& dir, const std::vector<Case>& cases, const std::vector<uint8_t>& image) {
-  fs::create_directories(dir);
-  std::string command = std::string(SLEWSIM_PATH) + " --keep " + (dir / "keep").string();
-  for (const Case& c : cases) {
-    fs::path scn = dir / (c.name + ".scn");
-    std::ofstream(scn) << ScenarioOf(c, image);
-    command += " " + scn.string();
-  }
-  command += " > " + (dir / "report.txt").string() + " 2>&1";
-  EXPECT_EQ(std::system(command.c_str()), 0) << ReadText(dir / "report.txt");
-  return ReadText(dir / "report.txt");
-}
-
-TEST_F(FirmwareUpdate, LargestImageGoesOutIn427FramesAndOneByteMoreIsRefused) {
-  std::vector<Case> good{{"largest", "", "", nullptr}};
-  RunSlewsim(dir_ / "good", good, srec::Pattern(kFwImageMax - 1));
-  std::string log = ReadText(dir_ / "good/keep/tmp/mcuupate.log");
-  EXPECT_EQ(Occurrences(log, "ok\n"), 427);
-  EXPECT_EQ(Occurrences(log, "\n0x93->01 00 "), 1) << "frame 256 as 0x01 0x00";
-  EXPECT_EQ(Occurrences(log, "\n0x93->01 aa "), 1) << "the last frame, 426";
-
-  // Nothing at all goes to the controller, not even Prepare.
-  std::vector<Case> big{{"too_big", "", "", "Load fail:File to big\nexpect line out LoadFWFile fail\n"
-                                           "expect no line call SendI2C"}};
-  RunSlewsim(dir_ / "big", big, srec::Pattern(kFwImageMax));
-}
-
+// Through slewsim: the largest image in 427 frames, one byte more refused
+// before anything goes to the controller (not even Prepare), and every
+// failure point ending done with the right image or failing leaving the version.
 TEST_F(FirmwareUpdate, EveryFailurePointEndsDoneWithTheRightImageOrFailsLeavingTheVersion) {
   constexpr int kFrames = 3;
-  std::vector<uint8_t> image = srec::Pattern(kFrames * 240 - 120);  // the last frame filled
-  std::vector<Case> cases;
+  constexpr size_t kSize = kFrames * 240 - 120;  // the last frame filled
+  std::vector<Case> cases{
+      {"largest", "", "", nullptr, kFwImageMax - 1},
+      {"too_big", "", "", "Load fail:File to big\nexpect line out LoadFWFile fail\nexpect no line call SendI2C",
+       kFwImageMax},
+      {"noecho_always_1", "fw_noecho", "1,-1", "Frame 0x0001 status not echoed 20 times, give up", kSize},
+      {"refused", "fw_refuse", "1", "Enable update mode fail", kSize},
+      {"bad_image", "fw_bad_image", "1", "update fail 0x9c", kSize}};
   for (int k = 0; k < kFrames; k++) {
     std::string n = std::to_string(k);
-    cases.push_back({"fail_once_" + n, "fw_fail", n, nullptr});
-    cases.push_back({"fail_five_" + n, "fw_fail", n + ",5", nullptr});
-    cases.push_back({"fail_six_" + n, "fw_fail", n + ",6", "UpdateMcu fail"});
-    cases.push_back({"noecho_once_" + n, "fw_noecho", n, nullptr});
+    cases.push_back({"fail_once_" + n, "fw_fail", n, nullptr, kSize});
+    cases.push_back({"fail_five_" + n, "fw_fail", n + ",5", nullptr, kSize});
+    cases.push_back({"fail_six_" + n, "fw_fail", n + ",6", "UpdateMcu fail", kSize});
+    cases.push_back({"noecho_once_" + n, "fw_noecho", n, nullptr, kSize});
   }
-  cases.push_back({"noecho_always_1", "fw_noecho", "1,-1", "Frame 0x0001 status not echoed 20 times, give up"});
-  cases.push_back({"refused", "fw_refuse", "1", "Enable update mode fail"});
-  cases.push_back({"bad_image", "fw_bad_image", "1", "update fail 0x9c"});
-  std::string report = RunSlewsim(dir_, cases, image);
+  std::string command = std::string(SLEWSIM_PATH) + " --keep " + (dir_ / "keep").string();
+  for (const Case& c : cases) {
+    std::ofstream(dir_ / (c.name + ".scn")) << ScenarioOf(c);
+    command += " " + (dir_ / (c.name + ".scn")).string();
+  }
+  EXPECT_EQ(std::system((command + " > " + (dir_ / "report.txt").string() + " 2>&1").c_str()), 0);
+  std::string report = ReadText(dir_ / "report.txt");
   EXPECT_NE(report.find(std::to_string(cases.size()) + " passed, 0 failed"), std::string::npos) << report;
 
   // The log shows each attempt: six of a frame, not five; a missing echo costs none.
-  auto log = [&](const std::string& name) { return ReadText(dir_ / "keep" / name / "tmp/mcuupate.log"); };
+  auto count = [&](const std::string& name, const char* what) {
+    return Occurrences(ReadText(dir_ / "keep" / name / "tmp/mcuupate.log"), what);
+  };
+  EXPECT_EQ(count("largest", "ok\n"), 427);
+  EXPECT_EQ(count("largest", "\n0x93->01 00 "), 1) << "frame 256 as 0x01 0x00";
+  EXPECT_EQ(count("largest", "\n0x93->01 aa "), 1) << "the last frame, 426";
   for (int k = 0; k < kFrames; k++) {
     std::string n = std::to_string(k);
-    EXPECT_EQ(Occurrences(log("fail_once_" + n), "Fail. Retry\n"), 1) << k;
-    EXPECT_EQ(Occurrences(log("fail_five_" + n), "Fail. Retry\n"), 5) << k;
-    EXPECT_EQ(Occurrences(log("fail_five_" + n), "ok\n"), kFrames) << k;
-    EXPECT_EQ(Occurrences(log("fail_six_" + n), "Fail. Retry\n"), 6) << k;
-    EXPECT_EQ(Occurrences(log("fail_six_" + n), "ok\n"), k) << k;
-    EXPECT_EQ(Occurrences(log("noecho_once_" + n), "0x93->"), kFrames + 1) << k;
-    EXPECT_EQ(Occurrences(log("noecho_once_" + n), "Fail. Retry"), 0) << k;
+    EXPECT_EQ(count("fail_once_" + n, "Fail. Retry\n"), 1) << k;
+    EXPECT_EQ(count("fail_five_" + n, "Fail. Retry\n"), 5) << k;
+    EXPECT_EQ(count("fail_five_" + n, "ok\n"), kFrames) << k;
+    EXPECT_EQ(count("fail_six_" + n, "Fail. Retry\n"), 6) << k;
+    EXPECT_EQ(count("fail_six_" + n, "ok\n"), k) << k;
+    EXPECT_EQ(count("noecho_once_" + n, "0x93->"), kFrames + 1) << k;
+    EXPECT_EQ(count("noecho_once_" + n, "Fail. Retry"), 0) << k;
   }
-  EXPECT_EQ(Occurrences(log("noecho_always_1"), "0x93->"), 1 + kFwUnechoedMax);
+  EXPECT_EQ(count("noecho_always_1", "0x93->"), 1 + kFwUnechoedMax);
   EXPECT_FALSE(fs::exists(dir_ / "keep/refused/tmp/mcuupate.log")) << "no frame sent";
-  EXPECT_EQ(Occurrences(log("bad_image"), "ok\n"), kFrames);
+  EXPECT_EQ(count("bad_image", "ok\n"), kFrames);
 }
 
 }  // namespace

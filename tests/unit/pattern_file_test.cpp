@@ -1,23 +1,13 @@
 // Pattern files: the bounded line reader of playback, the number readers it
 // shares with the view move, and a recording that takes replayed lines.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-
 #include "control/bus_text.h"
 #include "control/control.h"
 #include "control/run_mode.h"
 #include "daemon_fixture.h"
+#include "sim_test.h"
 #include "tours/pattern.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 // The lines ReadPatternLine hands out for a file of the given bytes.
 std::vector<std::string> LinesOf(const std::string& bytes) {
@@ -37,46 +27,37 @@ std::vector<std::string> LinesOf(const std::string& bytes) {
 
 using Lines = std::vector<std::string>;
 
-TEST(PatternLine, KeepsLineFeedsAndAShortLastLine) {
-  EXPECT_EQ(LinesOf(""), Lines{});
-  EXPECT_EQ(LinesOf("21000,4915,120\n1800\nstop"), (Lines{"21000,4915,120\n", "1800\n", "stop"}));
-  EXPECT_EQ(LinesOf("\n\n"), (Lines{"\n", "\n"}));
-}
-
-TEST(PatternLine, OverLongLinesKeepTheirHeadAndThePairsStayInStep) {
+TEST(PatternLine, LinesKeepLineFeedsOverLongOnesTheirHeadAndEndlessOnesEndTheFile) {
   std::string longEvent = "abs:1,2,3" + std::string(300, ',') + "tail";
-  Lines lines = LinesOf(longEvent + "\n500\nstop\n0\n");
-  ASSERT_EQ(lines.size(), 4u);
-  EXPECT_EQ(lines[0], longEvent.substr(0, 126) + "\n");
-  EXPECT_EQ(lines[1], "500\n");
-  EXPECT_EQ(lines[2], "stop\n");
-}
-
-TEST(PatternLine, EndlessLinesAndBinaryEndTheFile) {
-  EXPECT_EQ(LinesOf("stop\n" + std::string(kPatternLineScan + 1, 'a') + "\n0\n"), Lines{"stop\n"});
-  EXPECT_EQ(LinesOf(std::string(kPatternLineScan, 'a') + "\n0\n").size(), 2u);  // the longest read
-  std::string binary("\x00\xff\x01\n7\n", 6);
-  Lines lines = LinesOf(binary);
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0], "");  // cut at its NUL: no command
-  EXPECT_EQ(lines[1], "7\n");
+  struct {
+    std::string bytes;
+    Lines want;
+  } cases[] = {
+      {"", {}},
+      {"21000,4915,120\n1800\nstop", {"21000,4915,120\n", "1800\n", "stop"}},  // a short last line
+      {"\n\n", {"\n", "\n"}},
+      {longEvent + "\n500\nstop\n0\n", {longEvent.substr(0, 126) + "\n", "500\n", "stop\n", "0\n"}},  // pairs in step
+      {"stop\n" + std::string(kPatternLineScan + 1, 'a') + "\n0\n", {"stop\n"}},
+      {std::string(kPatternLineScan, 'a') + "\n0\n", {std::string(126, 'a') + "\n", "0\n"}},  // the longest read
+      {std::string("\x00\xff\x01\n7\n", 6), {"", "7\n"}},  // cut at its NUL: no command
+  };
+  for (auto& c : cases) EXPECT_EQ(LinesOf(c.bytes), c.want) << c.bytes.substr(0, 20);
 }
 
 TEST(NumberText, ListsReadAsScanfDoes) {
-  int32_t v[3] = {-1, -1, -1};
-  EXPECT_EQ(ScanIntList("21000,4915,120\n", ',', v, 3), 3);
-  EXPECT_EQ(v[2], 120);
-  int32_t w[3] = {-1, -1, -1};
-  EXPECT_EQ(ScanIntList(" 7, -8 ;9", ',', w, 3), 2);  // stops at ';'
-  EXPECT_EQ(w[0], 7);
-  EXPECT_EQ(w[1], -8);
-  EXPECT_EQ(w[2], -1);  // untouched
-  int32_t x[2] = {5, 5};
-  EXPECT_EQ(ScanIntList("abc,1", ',', x, 2), 0);
-  EXPECT_EQ(x[0], 5);
-  EXPECT_EQ(ScanIntList("99999999999,-99999999999", ',', x, 2), 2);
-  EXPECT_EQ(x[0], INT32_MAX);
-  EXPECT_EQ(x[1], INT32_MIN);
+  struct {
+    const char* text;
+    int n;
+    std::vector<int32_t> want;  // the rest untouched
+  } cases[] = {{"21000,4915,120\n", 3, {21000, 4915, 120}},
+               {" 7, -8 ;9", 2, {7, -8, -1}},  // stops at ';'
+               {"abc,1", 0, {-1, -1, -1}},
+               {"99999999999,-99999999999", 2, {INT32_MAX, INT32_MIN, -1}}};
+  for (auto& c : cases) {
+    std::vector<int32_t> v(3, -1);
+    EXPECT_EQ(ScanIntList(c.text, ',', v.data(), 3), c.n) << c.text;
+    EXPECT_EQ(v, c.want) << c.text;
+  }
   EXPECT_EQ(TextToInt("-"), 0);
   EXPECT_EQ(TextToInt(" +12x"), 12);
 }
@@ -85,26 +66,18 @@ class PatternRecording : public DaemonTest {
  protected:
   void SetUp() override {
     DaemonTest::SetUp();
-    char root[] = "/tmp/pattern_file_test.XXXXXX";
-    ASSERT_NE(mkdtemp(root), nullptr);
-    root_ = root;
     old_root_ = sim::sandbox_root();
     sim::sandbox_set_root(root_.c_str());
     ASSERT_EQ(sim::sandbox_make_camera_folders(), 0);
   }
   void TearDown() override {
     sim::sandbox_set_root(old_root_.c_str());
-    fs::remove_all(root_);
     giPatternRec = 0;
     giNewMode = kModeIdle;
   }
-  std::string Stored(int id) {
-    std::ifstream in(root_ + "/mnt/nand/pattern" + std::to_string(id) + ".path");
-    std::stringstream all;
-    all << in.rdbuf();
-    return all.str();
-  }
-  std::string root_, old_root_;
+  std::string Stored(int id) { return simtest::ReadText(root_ + "/mnt/nand/pattern" + std::to_string(id) + ".path"); }
+  simtest::TempDir tmp_;
+  std::string root_ = tmp_.path, old_root_;
 };
 
 TEST_F(PatternRecording, ReplayedLinesAreRecordedOneLineEach) {

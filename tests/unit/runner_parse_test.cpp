@@ -25,106 +25,63 @@ std::string ParseError(const std::string& text) {
   return error;
 }
 
+// A parsed step as "LINE OP" and its non-empty fields.
+std::string Show(const sim::Directive& d) {
+  static const char* kOps[] = {"args",        "bus",          "file",       "wait",         "await",
+                               "signal",      "mark",         "expect line", "expect no line", "expect bus",
+                               "expect exit", "expect lines", "expect range", "show bus",   "show file",
+                               "show regs",   "expect presets"};
+  std::string s = std::to_string(d.line) + " " + kOps[static_cast<int>(d.op)];
+  if (!d.key.empty()) s += " key=" + d.key;
+  if (!d.text.empty()) s += " text=" + d.text;
+  if (d.ns) s += " ns=" + std::to_string(d.ns);
+  if (d.number) s += " n=" + std::to_string(d.number);
+  if (d.low || d.high) s += " range=" + std::to_string(d.low) + ".." + std::to_string(d.high);
+  for (const std::string& w : d.words) s += " w=" + w;
+  for (size_t i = 0; i < d.lines.size(); i++) s += (i ? "|" : " lines=") + d.lines[i];
+  return s;
+}
+
+// Every directive with its arguments; await takes the last word as seconds;
+// "" alone is empty text; file blocks keep their lines verbatim; the daemon
+// starts at the first wait or await.
 TEST(RunnerParse, EveryDirectiveWithItsArguments) {
-  Scenario s = Parse(
-      "# set-up\n"
-      "args spddry  2\n"
-      "bus sim.clock 2026-01-07 08:30:00\n"
-      "\n"
-      "wait 1.5\n"
-      "signal 15\n"
-      "mark\n"
-      "expect line set ptz.status=0\n"
-      "expect no line out motor init fail\n"
-      "expect bus ptz.init.pt done\n"
-      "expect exit -1\n"
-      "show bus ptz.\n"
-      "show bus\n"
-      "show file /tmp/pattern1\n");
-  EXPECT_EQ(s.name, "case");
-  ASSERT_EQ(s.steps.size(), 12u);
-  EXPECT_EQ(s.steps[0].op, Op::Args);
-  EXPECT_EQ(s.steps[0].words, (std::vector<std::string>{"spddry", "2"}));
-  EXPECT_EQ(s.steps[1].key, "sim.clock");
-  EXPECT_EQ(s.steps[1].text, "2026-01-07 08:30:00");  // the rest of the line, blanks included
-  EXPECT_EQ(s.steps[2].op, Op::Wait);
-  EXPECT_EQ(s.steps[2].ns, 1500000000);
-  EXPECT_EQ(s.steps[2].line, 5);
-  EXPECT_EQ(s.start, 2u);
-  EXPECT_EQ(s.steps[3].number, 15);
-  EXPECT_EQ(s.steps[4].op, Op::Mark);
-  EXPECT_EQ(s.steps[5].op, Op::ExpectLine);
-  EXPECT_EQ(s.steps[5].text, "set ptz.status=0");
-  EXPECT_EQ(s.steps[6].op, Op::ExpectNoLine);
-  EXPECT_EQ(s.steps[6].text, "out motor init fail");
-  EXPECT_EQ(s.steps[7].op, Op::ExpectBus);
-  EXPECT_EQ(s.steps[7].text, "done");
-  EXPECT_EQ(s.steps[8].number, -1);
-  EXPECT_EQ(s.steps[9].key, "ptz.");
-  EXPECT_EQ(s.steps[10].key, "");
-  EXPECT_EQ(s.steps[11].op, Op::ShowFile);
-  EXPECT_EQ(s.steps[11].source, "show file /tmp/pattern1");
-}
-
-TEST(RunnerParse, AwaitTakesTheLastWordAsSecondsAndQuotesAsEmpty) {
-  Scenario s = Parse(
-      "await out in loop 120\n"
-      "await \"\" 0.25\n"
-      "await set  a=b   7  \n"
-      "await 30 .5\n"
-      "bus ptz.run_mode \"\"\n"
-      "expect line \"\"\n"
-      "bus ptz.x \"a\"\n");
-  EXPECT_EQ(s.steps[0].text, "out in loop");
-  EXPECT_EQ(s.steps[0].ns, 120000000000);
-  EXPECT_EQ(s.steps[1].text, "");
-  EXPECT_EQ(s.steps[1].ns, 250000000);
-  EXPECT_EQ(s.steps[2].text, "set  a=b");
-  EXPECT_EQ(s.steps[2].ns, 7000000000);
-  EXPECT_EQ(s.steps[3].text, "30");  // a number in TEXT is text
-  EXPECT_EQ(s.steps[3].ns, 500000000);
-  EXPECT_EQ(s.steps[4].text, "");
-  EXPECT_EQ(s.steps[5].text, "");
-  EXPECT_EQ(s.steps[6].text, "\"a\"");  // only "" alone is special
-  EXPECT_EQ(s.start, 0u);
-}
-
-TEST(RunnerParse, FileBlockKeepsEveryLineAsItIs) {
-  Scenario s = Parse(
-      "file /mnt/nand/pattern1.txt\n"
-      "# not a comment here\n"
-      "\n"
-      "  go_preset:1  \n"
-      "end \n"
-      "end\n"
-      "# a comment again\n"
-      "wait 1\n");
-  ASSERT_EQ(s.steps.size(), 2u);
-  EXPECT_EQ(s.steps[0].key, "/mnt/nand/pattern1.txt");
-  EXPECT_EQ(s.steps[0].lines,
-            (std::vector<std::string>{"# not a comment here", "", "  go_preset:1  ", "end "}));
-  EXPECT_EQ(s.steps[1].line, 8);
-  EXPECT_EQ(s.start, 1u);
-  EXPECT_EQ(Parse("bus a 1\n").start, 1u);  // no wait: the daemon never starts
-}
-
-TEST(RunnerParse, RegisterLogAndLineChecks) {
-  Scenario s = Parse(
-      "show regs 0x29\n"
-      "expect lines\n"
-      "reg 0x28 2 writes\n"
-      "  call PanReset()\n"
-      "end\n"
-      "expect range ptz.pan_pos -5 3069\n");
-  ASSERT_EQ(s.steps.size(), 3u);
-  EXPECT_EQ(s.steps[0].op, Op::ShowRegs);
-  EXPECT_EQ(s.steps[0].number, 0x29);
-  EXPECT_EQ(s.steps[1].op, Op::ExpectLines);
-  EXPECT_EQ(s.steps[1].lines, (std::vector<std::string>{"reg 0x28 2 writes", "  call PanReset()"}));
-  EXPECT_EQ(s.steps[2].op, Op::ExpectRange);
-  EXPECT_EQ(s.steps[2].key, "ptz.pan_pos");
-  EXPECT_EQ(s.steps[2].low, -5);
-  EXPECT_EQ(s.steps[2].high, 3069);
+  struct {
+    std::string text;
+    size_t start;
+    std::vector<std::string> steps;
+  } cases[] = {
+      {"# set-up\nargs spddry  2\nbus sim.clock 2026-01-07 08:30:00\n\nwait 1.5\nsignal 15\nmark\n"
+       "expect line set ptz.status=0\nexpect no line out motor init fail\nexpect bus ptz.init.pt done\n"
+       "expect exit -1\nshow bus ptz.\nshow bus\nshow file /tmp/pattern1\n",
+       2,
+       {"2 args w=spddry w=2", "3 bus key=sim.clock text=2026-01-07 08:30:00", "5 wait ns=1500000000",
+        "6 signal n=15", "7 mark", "8 expect line text=set ptz.status=0",
+        "9 expect no line text=out motor init fail", "10 expect bus key=ptz.init.pt text=done",
+        "11 expect exit n=-1", "12 show bus key=ptz.", "13 show bus", "14 show file key=/tmp/pattern1"}},
+      {"await out in loop 120\nawait \"\" 0.25\nawait set  a=b   7  \nawait 30 .5\nbus ptz.run_mode \"\"\n"
+       "expect line \"\"\nbus ptz.x \"a\"\n",
+       0,
+       {"1 await text=out in loop ns=120000000000", "2 await ns=250000000", "3 await text=set  a=b ns=7000000000",
+        "4 await text=30 ns=500000000", "5 bus key=ptz.run_mode", "6 expect line", "7 bus key=ptz.x text=\"a\""}},
+      {"file /mnt/nand/pattern1.txt\n# not a comment here\n\n  go_preset:1  \nend \nend\n# a comment again\nwait 1\n",
+       1,
+       {"1 file key=/mnt/nand/pattern1.txt lines=# not a comment here||  go_preset:1  |end ", "8 wait ns=1000000000"}},
+      {"show regs 0x29\nexpect lines\nreg 0x28 2 writes\n  call PanReset()\nend\nexpect range ptz.pan_pos -5 3069\n",
+       3,
+       {"1 show regs n=41", "2 expect lines lines=reg 0x28 2 writes|  call PanReset()",
+        "6 expect range key=ptz.pan_pos range=-5..3069"}},
+      {"bus a 1\n", 1, {"1 bus key=a text=1"}},  // no wait: the daemon never starts
+  };
+  for (auto& c : cases) {
+    Scenario s = Parse(c.text);
+    std::vector<std::string> steps;
+    for (const sim::Directive& d : s.steps) steps.push_back(Show(d));
+    EXPECT_EQ(steps, c.steps);
+    EXPECT_EQ(s.start, c.start) << c.text;
+    EXPECT_EQ(s.name, "case");
+  }
+  EXPECT_EQ(Parse("show file /tmp/pattern1\n").steps[0].source, "show file /tmp/pattern1");
 }
 
 TEST(RunnerParse, ErrorsNameTheFileAndLine) {
@@ -168,9 +125,6 @@ TEST(RunnerParse, ErrorsNameTheFileAndLine) {
     std::string error = ParseError(c.text);
     EXPECT_EQ(error.rfind(c.error_start, 0), 0u) << c.text << " gave: " << error;
   }
-}
-
-TEST(RunnerParse, UnreadableFileIsAnError) {
   Scenario s;
   std::string error;
   EXPECT_FALSE(sim::parse_scenario_file("/nonexistent/x.scn", s, error));

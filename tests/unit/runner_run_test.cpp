@@ -1,18 +1,10 @@
 // The scenario interpreter against a small fake daemon: when await resumes,
-// what expect sees, signals, the daemon's end, files, --keep, the summary
-// and repeatability.
-#include <gtest/gtest.h>
-
+// what expect sees, signals, the daemon's end, files, --keep and the summary.
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
 
 #include "platform/os.h"
 #include "runner/run.h"
+#include "sim_test.h"
 
 namespace {
 
@@ -35,12 +27,7 @@ int FakeDaemon(int argc, char** argv) {
   return 3;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using simtest::ReadText;
 
 struct Outcome {
   int status;
@@ -50,13 +37,6 @@ struct Outcome {
 
 class RunnerRun : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/runner_run.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir_ = pattern;
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-
   // Runs scenario texts through the slewsim command line with FakeDaemon.
   Outcome Run(const std::vector<std::string>& texts, std::vector<std::string> options = {}) {
     std::vector<std::string> words{"slewsim"};
@@ -74,44 +54,36 @@ class RunnerRun : public ::testing::Test {
     rewind(out);
     for (int c; (c = fgetc(out)) != EOF;) o.report += static_cast<char>(c);
     fclose(out);
-    o.transcript = ReadFile(dir_ + "/t.txt");
+    o.transcript = ReadText(dir_ + "/t.txt");
     return o;
   }
   // One scenario with its transcript kept in dir_/t.txt.
   Outcome Run(const std::string& text) { return Run({text}, {"--transcript", dir_ + "/t.txt"}); }
+  // Checks that the report of one scenario has piece in it.
+  void Reports(const std::string& text, const std::string& piece) {
+    std::string report = Run(text).report;
+    EXPECT_NE(report.find(piece), std::string::npos) << report;
+  }
 
-  std::string dir_;
+  simtest::TempDir tmp_;
+  std::string dir_ = tmp_.path;
 };
 
 TEST_F(RunnerRun, AwaitResumesAtTheFirstNewMatchingLine) {
-  Outcome o = Run(
-      "args spddry 2\n"
-      "bus test.k before\n"
-      "await out in loop 5\n"
-      "bus test.k after\n"
-      "wait 0.25\n"
-      "show bus test.\n"
-      "await \"\" 30\n"
-      "show bus test.\n");
+  Outcome o = Run("args spddry 2\nbus test.k before\nawait out in loop 5\nbus test.k after\nwait 0.25\n"
+                  "show bus test.\nawait \"\" 30\nshow bus test.\n");
   EXPECT_EQ(o.status, 0) << o.report;
   EXPECT_EQ(o.report, "PASS case0\n1 passed, 0 failed\n");
   EXPECT_EQ(o.transcript,
-            "0.000 out args:3 spddry\n"
-            "0.000 out in main loop\n"
-            "1.000 out in loop\n"
-            "1.000 ext test.k=after\n"
-            "1.250 bus test.k=after\n"
-            "11.000 out partial\n"
-            "11.000 exit 3\n"
-            "11.000 bus test.k=after\n");
+            "0.000 out args:3 spddry\n0.000 out in main loop\n1.000 out in loop\n1.000 ext test.k=after\n"
+            "1.250 bus test.k=after\n11.000 out partial\n11.000 exit 3\n11.000 bus test.k=after\n");
 }
 
 TEST_F(RunnerRun, ExpectsLookSinceTheMark) {
   EXPECT_EQ(Run("wait 2\nexpect line out in main\nmark\nexpect no line main\nexpect line \"\"\n").report,
             "FAIL case0: " + dir_ + "/case0.scn:5: expect line \"\" \u2014 no line since the mark contains it\n"
             "0 passed, 1 failed\n");
-  EXPECT_NE(Run("wait 2\nexpect no line out in\n").report.find("case0.scn:2: expect no line out in \u2014 found 'out in main loop'\n"),
-            std::string::npos);
+  Reports("wait 2\nexpect no line out in\n", "case0.scn:2: expect no line out in \u2014 found 'out in main loop'\n");
   Outcome late = Run("bus t.a 1\nawait out never 2.5\n");
   EXPECT_NE(late.report.find("case0.scn:2: await out never 2.5 \u2014 no such line within the time"), std::string::npos);
   EXPECT_EQ(late.transcript.substr(late.transcript.rfind('\n', late.transcript.size() - 2) + 1), "1.000 out in loop\n");
@@ -120,14 +92,11 @@ TEST_F(RunnerRun, ExpectsLookSinceTheMark) {
 TEST_F(RunnerRun, ExpectLinesWantsConsecutiveLinesInOrder) {
   EXPECT_EQ(Run("wait 2\nexpect lines\nmain loop\nout in loop\nend\n").report,
             "PASS case0\n1 passed, 0 failed\n");
-  EXPECT_NE(Run("wait 2\nexpect lines\nout in loop\nmain loop\nend\n").report.find(
-                "case0.scn:2: expect lines \u2014 no run of lines since the mark contains them in order"),
-            std::string::npos);
-  EXPECT_NE(Run("wait 2\nexpect lines\nargs\nout in loop\nend\n").report.find("FAIL"),
-            std::string::npos);  // a line between breaks the run
-  EXPECT_NE(Run("wait 2\nexpect range ptz.pan_pos 0 10\n").report.find(
-                "expect range ptz.pan_pos 0 10 \u2014 the daemon has not written the key since the mark"),
-            std::string::npos);
+  Reports("wait 2\nexpect lines\nout in loop\nmain loop\nend\n",
+          "case0.scn:2: expect lines \u2014 no run of lines since the mark contains them in order");
+  Reports("wait 2\nexpect lines\nargs\nout in loop\nend\n", "FAIL");  // a line between breaks the run
+  Reports("wait 2\nexpect range ptz.pan_pos 0 10\n",
+          "expect range ptz.pan_pos 0 10 \u2014 the daemon has not written the key since the mark");
 }
 
 TEST_F(RunnerRun, SignalsAndTheDaemonsEnd) {
@@ -137,8 +106,8 @@ TEST_F(RunnerRun, SignalsAndTheDaemonsEnd) {
   Outcome intr = Run("bus t.a 1\nwait 2\nsignal 2\nexpect exit 130\nexpect bus t.a 1\nsignal 15\n");
   EXPECT_NE(intr.transcript.find("2.000 exit 130\n"), std::string::npos);
   EXPECT_NE(intr.report.find("signal 15 \u2014 the daemon has already ended with status 130"), std::string::npos);
-  EXPECT_NE(Run("wait 2\nexpect exit 0\n").report.find("the daemon is still running"), std::string::npos);
-  EXPECT_NE(Run("wait 20\nexpect exit 0\n").report.find("the daemon ended with status 3"), std::string::npos);
+  Reports("wait 2\nexpect exit 0\n", "the daemon is still running");
+  Reports("wait 20\nexpect exit 0\n", "the daemon ended with status 3");
 }
 
 TEST_F(RunnerRun, FilesSummaryAndKeptSandbox) {
@@ -148,8 +117,8 @@ TEST_F(RunnerRun, FilesSummaryAndKeptSandbox) {
   EXPECT_EQ(o.status, 1);
   EXPECT_NE(o.report.find("PASS case0\nFAIL case1: "), std::string::npos) << o.report;
   EXPECT_NE(o.report.find("the key holds '1'\n1 passed, 1 failed\n"), std::string::npos) << o.report;
-  EXPECT_EQ(ReadFile(dir_ + "/keep/case0/mnt/nand/p.txt"), "# kept\n  two\n");
-  EXPECT_NE(ReadFile(dir_ + "/keep/case1/bus.txt").find("t.a=1\n"), std::string::npos);
+  EXPECT_EQ(ReadText(dir_ + "/keep/case0/mnt/nand/p.txt"), "# kept\n  two\n");
+  EXPECT_NE(ReadText(dir_ + "/keep/case1/bus.txt").find("t.a=1\n"), std::string::npos);
   o = Run(pass);
   EXPECT_EQ(o.transcript, "0.000 file /mnt/nand/p.txt: # kept\n0.000 file /mnt/nand/p.txt:   two\n");
 }
@@ -160,13 +129,6 @@ TEST_F(RunnerRun, CommandLineErrorsExitWithTwo) {
   Outcome bad = Run({"wait 1\n", "wait 1\nwiat 2\n"}, {});
   EXPECT_EQ(bad.status, 2);
   EXPECT_EQ(bad.report, dir_ + "/case1.scn:2: unknown directive 'wiat'\n");  // nothing ran
-}
-
-TEST_F(RunnerRun, SameScenarioGivesTheSameTranscript) {
-  std::string text = "await out in loop 5\nbus test.x 1\nwait 3.3\nsignal 15\nwait 1\nshow bus test.\n";
-  std::string first = Run(text).transcript;
-  EXPECT_FALSE(first.empty());
-  EXPECT_EQ(Run(text).transcript, first);
 }
 
 }  // namespace

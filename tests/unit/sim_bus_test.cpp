@@ -1,23 +1,19 @@
 // The simulated parameter bus: lists, listeners, value limits, delivery
 // threads, key rules, persistence of the file store, and the sandbox.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "bus/bus_extra.h"
-#include "core/core.h"
 #include "platform/kvlink.h"
+#include "sim_test.h"
 
 namespace {
+
+using simtest::LinesSince;
 
 // What listeners saw, in order: "tag:key=value".
 std::vector<std::string> g_heard;
@@ -40,26 +36,22 @@ void DeliverAgain(char* key, char*) {
   g_heard.push_back(std::string("end:") + key);
 }
 
-class SimBus : public ::testing::Test {
+class SimBus : public simtest::SimTest {
  protected:
   void SetUp() override {
-    sim::clock_init(sim::ClockMode::Virtual);
-    ASSERT_EQ(sim::bus_open(":memory:"), 0);
-    sim::set_verbose(false);
+    SimTest::SetUp();
     g_heard.clear();
   }
-  void TearDown() override { sim::set_verbose(false); }
 
   // Value at key, or "<none>".
   static std::string Get(const char* key) {
     char buf[128];
     return kvlink_get(key, buf, sizeof buf) == 0 ? buf : "<none>";
   }
-  // Transcript lines ("KIND TEXT") added since index first.
-  static std::vector<std::string> LinesSince(size_t first) {
-    std::vector<std::string> lines;
-    for (size_t i = first; i < sim::transcript_size(); ++i) lines.push_back(sim::transcript_line(i));
-    return lines;
+  // Value of entry i of a list, or "<no entry>".
+  static std::string Nth(const char* list, int i) {
+    char name[128];
+    return kvlink_get_name(list, i, name, sizeof name) == 0 ? Get(name) : "<no entry>";
   }
   // Every KEY=VALUE under prefix, in visiting order.
   static std::vector<std::string> Visit(const char* prefix) {
@@ -75,38 +67,25 @@ class SimBus : public ::testing::Test {
 };
 
 TEST_F(SimBus, PresetListAppendsListsByIndexAndEmpties) {
-  for (int i = 0; i < 12; ++i) {
-    char value[16];
-    snprintf(value, sizeof value, "p%d", i);
-    ASSERT_EQ(kvlink_set("ptz.preset.position.999", value), 0);
-  }
-  char name[128];
-  ASSERT_EQ(kvlink_get_name("ptz.preset.position", 0, name, sizeof name), 0);
-  EXPECT_EQ(Get(name), "p0");
-  ASSERT_EQ(kvlink_get_name("ptz.preset.position", 11, name, sizeof name), 0);
-  EXPECT_EQ(Get(name), "p11");
-  EXPECT_EQ(kvlink_get_name("ptz.preset.position", 12, name, sizeof name), -1);
-  EXPECT_EQ(kvlink_get_name("ptz.preset.position", -1, name, sizeof name), -1);
-  EXPECT_EQ(kvlink_get_name("ptz.status", 0, name, sizeof name), -1) << "not a list";
+  for (int i = 0; i < 12; ++i) ASSERT_EQ(kvlink_set("ptz.preset.position.999", ("p" + std::to_string(i)).c_str()), 0);
+  EXPECT_EQ(Nth("ptz.preset.position", 0), "p0");
+  EXPECT_EQ(Nth("ptz.preset.position", 11), "p11");
+  EXPECT_EQ(Nth("ptz.preset.position", 12), "<no entry>");
+  EXPECT_EQ(Nth("ptz.preset.position", -1), "<no entry>");
+  EXPECT_EQ(Nth("ptz.status", 0), "<no entry>") << "not a list";
   EXPECT_EQ(Get("ptz.preset.position.999"), "<none>") << "the append key holds nothing itself";
-
-  // Entries come in list order (p2 before p10), after plain keys before them.
+  // Entries come in list order (p2 before p10), after plain keys.
   sim::bus_put("ptz.preset.name", "x");
   std::vector<std::string> rows = Visit("ptz.preset.");
   ASSERT_EQ(rows.size(), 13u);
-  EXPECT_EQ(rows[0], "ptz.preset.name=x");
-  EXPECT_EQ(rows[3], "ptz.preset.position.2=p2");
-  EXPECT_EQ(rows[11], "ptz.preset.position.10=p10");
-
+  EXPECT_EQ((std::vector<std::string>{rows[0], rows[3], rows[11]}),
+            (std::vector<std::string>{"ptz.preset.name=x", "ptz.preset.position.2=p2", "ptz.preset.position.10=p10"}));
   ASSERT_EQ(kvlink_restore_default("ptz.preset.position"), 0);
-  EXPECT_EQ(kvlink_get_name("ptz.preset.position", 0, name, sizeof name), -1);
+  EXPECT_EQ(Nth("ptz.preset.position", 0), "<no entry>");
   EXPECT_EQ(Visit("ptz.preset.position").size(), 0u);
   EXPECT_EQ(Get("ptz.preset.name"), "x") << "restore touches only the list";
-
-  // After emptying, appends start again at index 0.
   kvlink_set("ptz.preset.position.999", "again");
-  ASSERT_EQ(kvlink_get_name("ptz.preset.position", 0, name, sizeof name), 0);
-  EXPECT_EQ(Get(name), "again");
+  EXPECT_EQ(Nth("ptz.preset.position", 0), "again") << "appends start again at index 0";
 }
 
 TEST_F(SimBus, PrefixListenersMatchInRegistrationOrder) {
@@ -128,7 +107,6 @@ TEST_F(SimBus, ValuesHoldAtMost127Characters) {
   EXPECT_EQ(sim::bus_write(sim::Origin::External, "k", v128.c_str()), -1);
   EXPECT_EQ(sim::bus_put("k", v128.c_str()), -1);
   EXPECT_EQ(Get("k"), v127) << "a refused write leaves the value";
-
   // The daemon's over-long write keeps its first 127 characters.
   EXPECT_EQ(kvlink_set("k", (std::string(127, 'c') + "XYZ").c_str()), 0);
   EXPECT_EQ(Get("k"), std::string(127, 'c'));
@@ -175,9 +153,7 @@ TEST_F(SimBus, OtherWritesWaitForDeliveryInOrder) {
                                                "A:ptz.run_mode=second"}))
       << "each notification carries the value as written";
   EXPECT_FALSE(sim::bus_has_pending());
-
-  // Deliveries are serialised: a listener that lets time pass does not get
-  // the next notification delivered inside itself.
+  // Deliveries are serialised: none is delivered inside a listener that lets time pass.
   g_heard.clear();
   kvlink_listen("x.", DeliverAgain);
   sim::bus_write(sim::Origin::External, "x.1", "a");
@@ -203,7 +179,6 @@ TEST_F(SimBus, TranscriptShowsWritesByOriginAndBusCalls) {
                                       "set ptz.status=0", "ext ptz.run_mode=stop",
                                       "call kvlink_restore_default(ptz.preset.position)",
                                       "log pan motor asleep"}));
-
   sim::set_verbose(true);
   first = sim::transcript_size();
   sim::bus_write(sim::Origin::Sim, "ptz.lens.get_pos.zoom", "6");
@@ -215,32 +190,20 @@ TEST_F(SimBus, TranscriptShowsWritesByOriginAndBusCalls) {
 }
 
 TEST_F(SimBus, OnlyShortDottedNamesAreKeys) {
-  EXPECT_TRUE(sim::bus_key_valid("ptz.run_mode"));
-  EXPECT_TRUE(sim::bus_key_valid("A-z_0.9"));
-  EXPECT_TRUE(sim::bus_key_valid(std::string(127, 'k').c_str()));
-  EXPECT_FALSE(sim::bus_key_valid(std::string(128, 'k').c_str()));
-  EXPECT_FALSE(sim::bus_key_valid(""));
-  EXPECT_FALSE(sim::bus_key_valid(nullptr));
-  for (const char* bad : {"a b", "a=b", "a/b", "a\nb", "a#b", "\xc3\xa9"}) {
-    EXPECT_FALSE(sim::bus_key_valid(bad)) << bad;
-  }
+  std::string k127(127, 'k'), k128(128, 'k');
+  for (const char* good : {"ptz.run_mode", "A-z_0.9", k127.c_str()}) EXPECT_TRUE(sim::bus_key_valid(good)) << good;
+  for (const char* bad : {k128.c_str(), "", static_cast<const char*>(nullptr), "a b", "a=b", "a/b", "a\nb", "a#b",
+                          "\xc3\xa9"})
+    EXPECT_FALSE(sim::bus_key_valid(bad)) << (bad ? bad : "null");
   EXPECT_EQ(kvlink_set("a b", "v"), -1);
   EXPECT_EQ(sim::bus_write(sim::Origin::External, "a=b", "v"), -1);
   EXPECT_EQ(sim::bus_put("", "v"), -1);
   EXPECT_TRUE(Visit("").empty());
 }
 
-// A fresh folder under the temporary directory.
-std::string MakeTempFolder() {
-  std::string pattern = (getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp") + std::string("/busXXXXXX");
-  return mkdtemp(pattern.data()) ? pattern : "";
-}
-
 TEST_F(SimBus, FileStoreKeepsEveryWriteAcrossRestartsAndKills) {
-  std::string folder = MakeTempFolder();
-  ASSERT_FALSE(folder.empty());
-  std::string file = folder + "/bus.db";
-
+  simtest::TempDir dir;
+  std::string folder = dir.path, file = folder + "/bus.db";
   ASSERT_EQ(sim::bus_open(file.c_str()), 0);
   kvlink_set("ptz.system.max_speed", "300");
   kvlink_set("ptz.preset.position.999", "first");
@@ -259,46 +222,35 @@ TEST_F(SimBus, FileStoreKeepsEveryWriteAcrossRestartsAndKills) {
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "child status " << status;
-
   ASSERT_EQ(sim::bus_open(file.c_str()), 0);
   EXPECT_EQ(Get("ptz.system.max_speed"), "720");
-  char name[128];
-  ASSERT_EQ(kvlink_get_name("ptz.preset.position", 1, name, sizeof name), 0);
-  EXPECT_EQ(Get(name), "second");
+  EXPECT_EQ(Nth("ptz.preset.position", 1), "second");
   kvlink_set("ptz.preset.position.999", "third");
   EXPECT_EQ(Visit("ptz.preset.position").back(), "ptz.preset.position.2=third")
       << "appends continue after the reopened entries";
   sim::bus_close();
-
   // Something that is not a store is refused and left as it was.
   std::string junk = folder + "/junk.db";
   std::ofstream(junk) << "not a database, but somebody's file\n";
   EXPECT_EQ(sim::bus_open(junk.c_str()), -1);
-  std::ifstream back(junk);
   std::string line;
-  std::getline(back, line);
+  std::getline(std::ifstream(junk), line);
   EXPECT_EQ(line, "not a database, but somebody's file");
   EXPECT_EQ(sim::bus_open((folder + "/no/such/folder/bus.db").c_str()), -1);
-
-  std::string cleanup = "rm -rf '" + folder + "'";
-  EXPECT_EQ(system(cleanup.c_str()), 0);
 }
 
 TEST(SimSandbox, CameraPathsStayInsideTheRoot) {
-  std::string folder = MakeTempFolder();
-  ASSERT_FALSE(folder.empty());
-  std::string previous_root = sim::sandbox_root();
+  simtest::TempDir dir;
+  std::string folder = dir.path, previous_root = sim::sandbox_root();
   sim::sandbox_set_root((folder + "/root/").c_str());
   EXPECT_EQ(std::string(sim::sandbox_root()), folder + "/root");
   char out[4096];
-  sim::sandbox_path("/mnt/nand/pattern1.path", out, sizeof out);
-  EXPECT_EQ(std::string(out), folder + "/root/mnt/nand/pattern1.path");
-  sim::sandbox_path("/tmp/../../../etc/passwd", out, sizeof out);
-  EXPECT_EQ(std::string(out), folder + "/root/etc/passwd");
-  sim::sandbox_path("tmp/./a//b/..", out, sizeof out);
-  EXPECT_EQ(std::string(out), folder + "/root/tmp/a");
-  sim::sandbox_path("/..", out, sizeof out);
-  EXPECT_EQ(std::string(out), folder + "/root");
+  for (auto [path, want] : std::vector<std::pair<const char*, const char*>>{
+           {"/mnt/nand/pattern1.path", "/mnt/nand/pattern1.path"}, {"/tmp/../../../etc/passwd", "/etc/passwd"},
+           {"tmp/./a//b/..", "/tmp/a"}, {"/..", ""}}) {
+    sim::sandbox_path(path, out, sizeof out);
+    EXPECT_EQ(std::string(out), folder + "/root" + want) << path;
+  }
   char tiny[8];
   sim::sandbox_path("/tmp/x", tiny, sizeof tiny);
   EXPECT_STREQ(tiny, "") << "a path that does not fit is no path";
@@ -309,8 +261,6 @@ TEST(SimSandbox, CameraPathsStayInsideTheRoot) {
   ASSERT_EQ(stat((folder + "/root/mnt/nand/deep").c_str(), &st), 0);
   EXPECT_TRUE(S_ISDIR(st.st_mode));
   sim::sandbox_set_root(previous_root.c_str());
-  std::string cleanup = "rm -rf '" + folder + "'";
-  EXPECT_EQ(system(cleanup.c_str()), 0);
 }
 
 }  // namespace

@@ -1,38 +1,31 @@
-// The soak: the same seed gives the same transcript, and each invariant it
-// watches fails a run that breaks it.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <unistd.h>
-
-#include "core/core.h"
+// slewsim against the real daemon repeats itself byte for byte (a scenario,
+// with and without -v, and a soak seed); the soak's watch fails each broken
+// invariant.
 #include "runner/soak.h"
+#include "sim_test.h"
 
 namespace {
 
-// Runs a short soak of seed with slewsim; its transcript ("" when it failed).
-std::string SoakTranscript(int seed, const std::string& out) {
-  std::string command = std::string(SLEWSIM_PATH) + " --soak " + std::to_string(seed) +
-                        " --hours 0.1 --transcript " + out + " > /dev/null";
+// Runs slewsim with args; its transcript ("" when it failed).
+std::string TranscriptOf(const std::string& args, const std::string& out) {
+  std::string command = std::string(SLEWSIM_PATH) + " " + args + " --transcript " + out + " > /dev/null";
   EXPECT_EQ(std::system(command.c_str()), 0) << command;
-  std::ifstream in(out, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return simtest::ReadText(out);
 }
 
-TEST(Soak, SameSeedGivesTheSameTranscriptAndAnotherSeedAnother) {
-  std::string dir = std::filesystem::temp_directory_path() / ("soak_test." + std::to_string(getpid()));
-  std::filesystem::create_directories(dir);
-  std::string first = SoakTranscript(5, dir + "/1.txt");
+TEST(Soak, SameScenarioOrSeedGivesTheSameTranscriptAndAnotherSeedAnother) {
+  simtest::TempDir tmp;
+  std::string dir = tmp.path;
+  std::string scenario = std::string(SLEWD_SOURCE_DIR) + "/tests/scenarios/runner_repeatable.scn";
+  for (std::string flags : {"", "-v"}) {
+    std::string first = TranscriptOf(flags + " " + scenario, dir + "/1.txt");
+    EXPECT_NE(first.find(" exit 1\n"), std::string::npos) << flags;
+    EXPECT_EQ(first, TranscriptOf(flags + " " + scenario, dir + "/2.txt")) << flags;
+  }
+  std::string first = TranscriptOf("--soak 5 --hours 0.1", dir + "/1.txt");
   EXPECT_GT(first.size(), 1000u);
-  EXPECT_EQ(first, SoakTranscript(5, dir + "/2.txt"));
-  EXPECT_NE(first, SoakTranscript(6, dir + "/3.txt"));
-  std::filesystem::remove_all(dir);
+  EXPECT_EQ(first, TranscriptOf("--soak 5 --hours 0.1", dir + "/2.txt"));
+  EXPECT_NE(first, TranscriptOf("--soak 6 --hours 0.1", dir + "/3.txt"));
 }
 
 TEST(Soak, PlanHoldsCommandsSettingsFaultsAndPresetChecks) {
@@ -42,11 +35,7 @@ TEST(Soak, PlanHoldsCommandsSettingsFaultsAndPresetChecks) {
   EXPECT_GT(counts.settings, 20);
   EXPECT_GT(counts.faults, 10);
   EXPECT_EQ(counts.preset_checks, 7);  // every ten minutes and at the end
-  for (const sim::Directive& d : plan.steps) {
-    if (d.op == sim::Op::Bus) {
-      EXPECT_LE(d.text.size(), 127u) << d.source;  // a value the bus takes
-    }
-  }
+  for (const sim::Directive& d : plan.steps) EXPECT_TRUE(d.op != sim::Op::Bus || d.text.size() <= 127) << d.source;
 }
 
 // Probes of a daemon held in place by the test.
@@ -64,6 +53,15 @@ class SoakWatch : public ::testing::Test {
   }
   // The watch between steps, at a virtual time in seconds.
   std::string Step(double seconds) { return watch_->on_step(static_cast<int64_t>(seconds * 1e9)); }
+  // Ticks on once a second from t for n seconds; the first complaint.
+  std::string Run(double t, int n) {
+    std::string why;
+    for (int i = 0; i < n && why.empty(); i++) {
+      g_tick++;
+      why = Step(t += 1);
+    }
+    return why;
+  }
 
   sim::SoakCounts counts_;
   const sim::RunWatch* watch_ = nullptr;
@@ -75,9 +73,8 @@ TEST_F(SoakWatch, PublishedValuesOutOfTheirRangesFail) {
                            "set system.cam1.osd.direction=South-East", "ext ptz.status=7"})
     EXPECT_EQ(watch_->on_line(good), "") << good;
   for (const char* bad : {"set ptz.status=7", "set ptz.status=-1", "set ptz.pan_pos=65536",
-                          "set ptz.tilt_pos=37682", "set ptz.angle.pan=-1",
-                          "set ptz.mode_status=idle", "set system.cam1.osd.direction=Up",
-                          "exit 0"})
+                          "set ptz.tilt_pos=37682", "set ptz.angle.pan=-1", "set ptz.mode_status=idle",
+                          "set system.cam1.osd.direction=Up", "exit 0"})
     EXPECT_NE(watch_->on_line(bad), "") << bad;
 }
 
@@ -94,38 +91,26 @@ TEST_F(SoakWatch, ALoopThatStopsTickingFails) {
   EXPECT_NE(Step(150), "");  // no health pass (the count went up): too long
 }
 
+// A stop must end in rest, unless a new command follows it.
 TEST_F(SoakWatch, AStopWithoutAReturnToRestFails) {
   g_tick = 1;
   EXPECT_EQ(Step(1), "");
   EXPECT_EQ(watch_->on_line("set ptz.status=1"), "");
   EXPECT_EQ(watch_->on_line("ext ptz.run_mode=stop"), "");
   g_run_mode = 1;
-  double t = 1;
-  std::string why;
-  for (int i = 0; i < 600 && why.empty(); i++) {
-    g_tick++;
-    why = Step(t += 1);
-  }
-  EXPECT_NE(why, "");  // still moving long after the stop
+  EXPECT_NE(Run(1, 600), "");  // still moving long after the stop
 }
 
 TEST_F(SoakWatch, AStopFollowedByRestPassesAndANewCommandLiftsTheCheck) {
   g_tick = 1;
   EXPECT_EQ(Step(1), "");
-  watch_->on_line("set ptz.status=1");
-  watch_->on_line("ext ptz.run_mode=stop");
-  watch_->on_line("set ptz.status=0");
+  for (const char* line : {"set ptz.status=1", "ext ptz.run_mode=stop", "set ptz.status=0"}) watch_->on_line(line);
   g_tick = 2;
   EXPECT_EQ(Step(1.01), "");
-  watch_->on_line("set ptz.status=1");
-  watch_->on_line("ext ptz.run_mode=stop");
-  watch_->on_line("ext ptz.run_mode=manual:10,0,0");  // may keep it moving
+  for (const char* line : {"set ptz.status=1", "ext ptz.run_mode=stop", "ext ptz.run_mode=manual:10,0,0"})
+    watch_->on_line(line);  // the manual command may keep it moving
   g_run_mode = 1;
-  double t = 2;
-  for (int i = 0; i < 600; i++) {
-    g_tick++;
-    EXPECT_EQ(Step(t += 1), "");
-  }
+  EXPECT_EQ(Run(2, 600), "");
 }
 
 }  // namespace

@@ -1,14 +1,9 @@
-// The transcript: line format, console text split into lines, getters shown
-// only when verbose, the line hook, and the virtual clock's stepping.
-#include <gtest/gtest.h>
-
+// The transcript: line format, console text split into lines, the line
+// hook, and the virtual clock's stepping.
 #include <climits>
-#include <cstdio>
-#include <string>
-#include <vector>
 
-#include "core/core.h"
 #include "platform/os.h"
+#include "sim_test.h"
 
 namespace {
 
@@ -32,11 +27,7 @@ class Transcript : public ::testing::Test {
     fclose(sink_);
   }
   // Lines added since SetUp, without their times.
-  std::vector<std::string> Added() const {
-    std::vector<std::string> lines;
-    for (size_t i = first_; i < sim::transcript_size(); ++i) lines.push_back(sim::transcript_line(i));
-    return lines;
-  }
+  std::vector<std::string> Added() const { return simtest::LinesSince(first_); }
   // Everything written to the sink.
   std::string Sink() const {
     fflush(sink_);
@@ -57,38 +48,25 @@ TEST_F(Transcript, LinesCarryTimeKindAndText) {
   sim::trace(sim::Kind::Exit, "%d", 1);
   sim::trace(sim::Kind::File, "/tmp/x: %s", "");
   EXPECT_EQ(Sink(), "0.000 set ptz.status=2\n0.000 sh cp /tmp/a /tmp/b\n1.235 exit 1\n1.235 file /tmp/x: \n");
+  std::string record(3000, 'x');  // long text is kept whole
+  sim::trace(sim::Kind::Call, "Init_Setup_PID(%s)", record.c_str());
   EXPECT_EQ(Added(), (std::vector<std::string>{"set ptz.status=2", "sh cp /tmp/a /tmp/b", "exit 1",
-                                               "file /tmp/x: "}));
+                                               "file /tmp/x: ", "call Init_Setup_PID(" + record + ")"}));
 }
 
 TEST_F(Transcript, ConsoleTextIsSplitAtLineFeeds) {
   sim::set_line_hook(RecordLine);
   os_printf("in ");
   os_printf("loop\n\nWait Motor Init %d %d\nrest", 1, 0);
-  EXPECT_EQ(Added(), (std::vector<std::string>{"out in loop", "out ", "out Wait Motor Init 1 0"}));
+  std::vector<std::string> expected{"out in loop", "out ", "out Wait Motor Init 1 0"};
+  EXPECT_EQ(Added(), expected);
   os_puts("done");  // the partial line goes on until its line feed
   sim::console_write("tail", 4);
   sim::console_flush();
   sim::console_flush();  // nothing pending: no empty line
-  std::vector<std::string> expected{"out in loop", "out ", "out Wait Motor Init 1 0", "out restdone",
-                                    "out tail"};
+  expected.insert(expected.end(), {"out restdone", "out tail"});
   EXPECT_EQ(Added(), expected);
   EXPECT_EQ(g_hooked, expected);
-}
-
-TEST_F(Transcript, GettersAppearOnlyWhenVerbose) {
-  sim::trace_call(true, "GetPanPos(%d)", 1234);
-  sim::trace_call(false, "PanABSMove(%d,%d,%d)", 1, 7200, 100);
-  sim::set_verbose(true);
-  sim::trace_call(true, "GetFocalLength(%g)", 4.7);
-  sim::set_verbose(false);
-  EXPECT_EQ(Added(), (std::vector<std::string>{"call PanABSMove(1,7200,100)", "call GetFocalLength(4.7)"}));
-}
-
-TEST_F(Transcript, LongTextIsKeptWhole) {
-  std::string record(3000, 'x');
-  sim::trace(sim::Kind::Call, "Init_Setup_PID(%s)", record.c_str());
-  EXPECT_EQ(Added().back(), "call Init_Setup_PID(" + record + ")");
 }
 
 // Step hook of the clock test: records when it ran and, like the runner,
@@ -120,14 +98,11 @@ TEST_F(Transcript, VirtualSleepStepsAndStopsAtTheWake) {
   os_sleep(3);
   struct timespec ts;
   os_clock_raw(&ts);
-  EXPECT_EQ(ts.tv_sec, 1003);
-  EXPECT_EQ(ts.tv_nsec, 25000000);
+  EXPECT_EQ(ts.tv_sec * 1000000000 + ts.tv_nsec, 1003025000000);
   time_t now = os_time();
   struct tm tm;
   os_localtime(&now, &tm);  // 2026-01-05 00:00:03 UTC, a Monday
-  EXPECT_EQ(tm.tm_year, 126);
-  EXPECT_EQ(tm.tm_wday, 1);
-  EXPECT_EQ(tm.tm_sec, 3);
+  EXPECT_EQ((std::vector<int>{tm.tm_year, tm.tm_wday, tm.tm_sec}), (std::vector<int>{126, 1, 3}));
 }
 
 }  // namespace
