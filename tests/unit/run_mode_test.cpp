@@ -1,5 +1,7 @@
-// The command language's dispatch: the order of search, the in-replay rule,
-// the clamps of the verbs; and the status code pairs of SetPtStatus.
+// The daemon in-process against the simulated camera: the command
+// language's dispatch and clamps, status pairs, the loop tick by tick (mode
+// changes, counters at the 32-bit edge, the stabiliser timer), and the
+// view-move geometry where the worked-values scenario leaves it open.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -10,36 +12,71 @@
 #include "control/publish.h"
 #include "control/run_mode.h"
 #include "daemon_fixture.h"
+#include "motion/positioning.h"
+#include "motion/view_move.h"
+#include "platform/camstate.h"
+#include "platform/kvlink.h"
+#include "slewd/loop.h"
+#include "slewd/startup.h"
+#include "supervisor/health.h"
 #include "tours/presets.h"
 
 namespace {
 
+// One fixture for the daemon in-process: nothing requested, the view at lens
+// type 0 without sensor keys, focal length 10 mm, the head at 10000/10000.
 class RunMode : public DaemonTest {
  protected:
   void SetUp() override {
     DaemonTest::SetUp();
-    giNewMode = kModeIdle;
+    giRunMode = giNewMode = kModeIdle;
     giPatternRun = 0;
+    giAbsPan = giAbsTilt = giAbsZoom = -1;
+    giImageMirror = giImageFlip = giEisEnable = 0;
+    kvlink_set("sim.lens_type", "0");
+    kvlink_set("sim.focal_mm", "10");
+    gfSensorH = gfSensorW = 0.0f;
+    gfEisFov = 0.0;
+    PutPan(10000);
+    PutTilt(10000);
+  }
+  void TearDown() override {
+    kvlink_set("ptz.dzoom.factor", "");
+    kvlink_set("sim.focal_mm", "0");
+    kvlink_set("sim.lens_type", "1");
+    giImageMirror = giImageFlip = giEisEnable = 0;
   }
   // Delivers a command as the bus does (non-null key).
   static void Bus(const std::string& command) {
-    char key[] = "ptz.run_mode";
-    char value[128];
+    char key[] = "ptz.run_mode", value[128];
     snprintf(value, sizeof value, "%s", command.c_str());
     OnRunMode(key, value);
   }
+  static void Ticks(int n) {
+    for (int i = 0; i < n; i++) LoopTick(&gLoop);
+  }
+  // Offsets of the picture point (pan, tilt).
+  static std::pair<int32_t, int32_t> Offsets(int32_t moveW, int32_t moveH) {
+    int32_t pan = 12345, tilt = 12345;
+    ComputeViewMove(moveW, moveH, &pan, &tilt);
+    return {pan, tilt};
+  }
 };
+using Tick = RunMode;
+using ViewMove = RunMode;
+using P = std::pair<int32_t, int32_t>;
 
+// manual: is searched first, clr_pattern: is not pattern:, no verb: no change.
 TEST_F(RunMode, FirstVerbInOrderOfSearchWinsAnywhereInTheText) {
-  Bus("set_preset:id:3,name:manual:x");  // manual: is searched first
-  EXPECT_EQ(giNewMode.load(), kModeManual);
-  Bus("clr_pattern:3");  // not taken for pattern:
-  EXPECT_EQ(giNewMode.load(), kModeManual);
-  Bus("xx pattern:3");
-  EXPECT_EQ(giNewMode.load(), kModePattern);
+  const std::pair<const char*, int32_t> verbs[] = {{"set_preset:id:3,name:manual:x", kModeManual},
+                                                    {"clr_pattern:3", kModeManual},
+                                                    {"xx pattern:3", kModePattern},
+                                                    {"hello", kModePattern}};
+  for (const auto& [command, mode] : verbs) {
+    Bus(command);
+    EXPECT_EQ(giNewMode.load(), mode) << command;
+  }
   EXPECT_EQ(giPatternTarget.load(), 3);
-  Bus("hello");  // no verb: nothing else changes
-  EXPECT_EQ(giNewMode.load(), kModePattern);
 }
 
 TEST_F(RunMode, BusTextEndsPlaybackAndReplayedLinesSkipSomeVerbs) {
@@ -75,7 +112,7 @@ TEST_F(RunMode, TargetsAndTheirClamps) {
       {"relative:40000,0", 32767, 0}, {"relative:-40000,0", -32767, 0}, {"relative:500", -32767, 500}};
   for (const auto& r : rel) {
     Bus(r.command);
-    EXPECT_EQ(std::make_pair(giRelPan.load(), giRelTilt.load()), std::make_pair(r.pan, r.tilt)) << r.command;
+    EXPECT_EQ(P(giRelPan.load(), giRelTilt.load()), P(r.pan, r.tilt)) << r.command;
   }
 }
 
@@ -91,17 +128,16 @@ TEST_F(RunMode, SetPresetOutOfRangeStillEndsTrackingAndArmsTimers) {
   giRecoverTime = 0;
 }
 
-// Under the sanitizers: long and malformed values stay inside their buffers.
+// Under the sanitizers: long and malformed values stay inside their buffers;
+// the smallest number, negated by mirror and flip, within the manual limit.
 TEST_F(RunMode, LongAndMalformedValuesStayInsideTheirBuffers) {
   Bus("abs:" + std::string(126, '7'));
   Bus("set_preset:id:1,name:" + std::string(120, 'n'));
   EXPECT_EQ(strlen(gPreset[1].name), 63u);
   Bus("relative:" + std::string(118, '-'));
   Bus("manual:\xff\xfe,\x01,,,,,");
-  // The smallest number, negated by mirror and flip, within the manual limit.
   giImageMirror = giImageFlip = 1;
   Bus("manual:-2147483648,-2147483648,0");
-  giImageMirror = giImageFlip = 0;
   EXPECT_EQ(giNewMode.load(), kModeManual);
   EXPECT_LE(abs(giManualPan.load()), 900);
 }
@@ -109,11 +145,131 @@ TEST_F(RunMode, LongAndMalformedValuesStayInsideTheirBuffers) {
 TEST_F(RunMode, StatusPublishesOnlyChangedPairs) {
   SetPtStatus(0, 4);
   SetPtStatus(0, 4);
-  EXPECT_EQ(Count("set ptz.status=4"), 1);
   SetPtStatus(2, 4);
-  EXPECT_EQ(Count("set ptz.status=24"), 1);
-  EXPECT_EQ(Count("out PutPTStatus: 24 start"), 1);
-  EXPECT_EQ(Count("call PutPTStatus(24)"), 1);
+  for (const char* line : {"set ptz.status=4", "set ptz.status=24", "out PutPTStatus: 24 start", "call PutPTStatus(24)"})
+    EXPECT_EQ(Count(line), 1) << line;
+}
+
+// Idle takes a request and its work waits a tick; a running mode leaves
+// through idle (a blocking one ends there), except patrol, which hands over.
+TEST_F(Tick, ModesStartFromIdleAndLeaveThroughIt) {
+  const struct { int32_t request, ticks, mode, goPresets; } steps[] = {
+      {kModeAbs, 1, kModeAbs, 0},  {-1, 1, kModeIdle, 1},        {kModeScan, 2, kModeScan, 1},
+      {kModeAbs, 1, kModeIdle, 1}, {-1, 1, kModeAbs, 1},         {-1, 1, kModeIdle, 2},
+      {kModePatrol, 1, kModePatrol, -1}, {kModePreset, 1, kModePreset, -1}};
+  for (const auto& step : steps) {
+    if (step.request >= 0) giNewMode = step.request;
+    Ticks(step.ticks);
+    EXPECT_EQ(giRunMode.load(), step.mode) << &step - steps;
+    if (step.goPresets >= 0) { EXPECT_EQ(Count("Go Preset:"), step.goPresets) << &step - steps; }
+    if (step.mode == kModeIdle) { EXPECT_EQ(giNewMode.load(), step.request < 0 ? kModeIdle : step.request); }
+  }
+  EXPECT_EQ(Count("Go Preset:-1 -1 -1 -1"), 2);
+}
+
+// After years of rest (2^31 ticks) the idle count stops at its limit and the
+// holding gains, set once at tick 300, are not set again; a move restarts it.
+TEST_F(Tick, IdleTickCountStopsAtItsLimitAfterYearsOfRest) {
+  giRecoverDeadline = giScheduleDeadline = -1;
+  gLoop.iIdleTick = INT32_MAX - 3;
+  Ticks(10);
+  EXPECT_EQ(gLoop.iIdleTick, INT32_MAX);
+  EXPECT_EQ(Count("Set_stop_PID"), 0);
+  giNewMode = kModeManual;
+  giManualPan = 100;
+  Ticks(2);
+  EXPECT_LT(gLoop.iIdleTick, 300);
+  giNewMode = kModeIdle;
+  Ticks(5);
+}
+
+// The publication count stops at its limit too; the next change still goes
+// out at once, and the pace starts over.
+TEST_F(Tick, PositionCountStopsAtItsLimitAndTheNextChangeGoesOut) {
+  giPosTick = INT32_MAX - 3;
+  for (int i = 0; i < 10; i++) UpdatePosition();
+  EXPECT_EQ(giPosTick, INT32_MAX);
+  sim::bus_write(sim::Origin::External, "sim.pan.pos", "1234");
+  Mark();
+  UpdatePosition();
+  EXPECT_EQ(Count("Pos:P->1234"), 1);
+  EXPECT_EQ(giPosTick, 0);
+}
+
+// The virtual clock stands still between sleeps, so the stabiliser's delay
+// can be met to the microsecond; with EIS off the key is left alone.
+TEST_F(Tick, EisTimerExactlyTheDelayIsNotYetMoreIs) {
+  auto startedAgo = [](uint32_t us) { giEisRtStart = (int32_t)((uint32_t)MicrosecondStamp() - us); };
+  giEisRtEnable = 0;
+  startedAgo(100000000);
+  EisRtTimer();
+  EXPECT_EQ(Count("eis.rt_enable"), 0);
+  giEisEnable = 1;
+  startedAgo(1799999);
+  EisRtTimer();
+  EXPECT_EQ(giEisRtEnable, 0);
+  EXPECT_EQ(Count("set encode.cam1.eis.rt_enable"), 0);
+  startedAgo(1800000);
+  EisRtTimer();
+  EXPECT_EQ(giEisRtEnable, 1);
+  EXPECT_EQ(Count("set encode.cam1.eis.rt_enable=on"), 1);
+  EXPECT_EQ(Count("out [slewd]======= eis rt on"), 1);
+}
+
+TEST_F(ViewMove, StabiliserAndDigitalZoomNarrowTheField) {
+  giEisEnable = 1;
+  gfEisFov = 0.05;  // below 0.1: the factor is sqrt(0.75), not 1
+  EXPECT_EQ(Offsets(7500, 5000), P(-1935, -75));
+  giEisEnable = 0;
+  gfEisFov = 0.5;  // EIS off: the field of view has no effect
+  EXPECT_EQ(Offsets(7500, 5000), P(-2252, -101));
+  for (const char* none : {"", "0", "1", "x"}) {
+    kvlink_set("ptz.dzoom.factor", none);
+    EXPECT_EQ(Offsets(7500, 5000), P(-2252, -101)) << "factor '" << none << "'";
+  }
+}
+
+// Type 7 gives half the full angles of its table, the wide one when both
+// ends are equal; degenerate lenses leave the head where it is.
+TEST_F(ViewMove, LensTableAndDegenerateLenses) {
+  const struct { float base, max; double focal, w, h; } rows[] = {
+      {4.5f, 135.0f, 4.5, 30.2, 17.95}, {4.5f, 135.0f, 135.0, 1.0, 0.6}, {8.0f, 8.0f, 8.0, 30.2, 17.95}};
+  for (const auto& r : rows) {
+    gfBaseFocalLength = r.base;
+    gfMaxFocalLength = r.max;
+    double h = 0.0, w = 0.0;
+    SensorHalfAngles(7, r.focal, &h, &w);
+    EXPECT_NEAR(w, r.w, 1e-5) << r.focal;
+    EXPECT_NEAR(h, r.h, 1e-5) << r.focal;
+  }
+  gfBaseFocalLength = gfMaxFocalLength = 0.0f;
+  kvlink_set("sim.lens_type", "5");  // a type the table does not know
+  EXPECT_EQ(Offsets(9000, 1000), P(0, 0));
+  kvlink_set("sim.lens_type", "7");  // both focal lengths 0
+  EXPECT_EQ(Offsets(9000, 1000), P(0, 0));
+}
+
+TEST_F(ViewMove, PointBeyondStraightDownFoldsBack) {
+  PutTilt((85 + 27) * 65535 / 360);       // tilt 85 degrees
+  kvlink_set("sim.focal_mm", "12.3635");  // half height angle 10 degrees
+  auto [pan, tilt] = Offsets(5000, 10000);  // bottom edge: 95 degrees
+  EXPECT_EQ(pan, 0);        // not half a turn
+  EXPECT_NEAR(tilt, 0, 1);  // asin folds 95 back to 85
+}
+
+TEST_F(ViewMove, RequestEndsTrackingFirstAndReadsMissingNumbersAsZero) {
+  iTrackStatus = 1;
+  kvlink_set("ptz.preset.view_move", "7500,5000");
+  int32_t pan = 0, tilt = 0;
+  EXPECT_EQ(RunViewMove(&pan, &tilt), 0);
+  EXPECT_EQ(iTrackStatus.load(), 0);
+  EXPECT_EQ(Count("out Close Track"), 1);
+  EXPECT_EQ(Count("sh killall -9 FigureFollow &"), 1);
+  EXPECT_EQ(pan, -2252);
+  kvlink_set("ptz.preset.view_move", "7500");  // MoveH 0: the top edge
+  EXPECT_EQ(RunViewMove(&pan, &tilt), 0);
+  EXPECT_EQ(Count("out MoveH:0 MoveW:7500"), 1);
+  EXPECT_EQ(Count("out Close Track"), 1);  // tracking has already ended
 }
 
 }  // namespace

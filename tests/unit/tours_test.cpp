@@ -1,5 +1,7 @@
-// The schedule's day parser, action encoding and targets, the track position
-// reader, and a week of entries each acting in the first second of its minute.
+// Tours: patrol lists and their loader, the scan key readers, the schedule's
+// day parser, action encoding and targets, the track position reader, and a
+// week of schedule entries each acting in the first second of its minute.
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -9,10 +11,80 @@
 #include "../../bench/schedule_week.h"
 #include "control/control.h"
 #include "daemon_fixture.h"
+#include "motion/limits.h"
+#include "platform/exports.h"
+#include "tours/patrol.h"
+#include "tours/scan.h"
 #include "tours/schedule.h"
 #include "tours/tracking.h"
 
 namespace {
+
+// Pieces read as atoi, empty ones skipped, -1 stored (and so ending the
+// list), at most a row's worth stored: two guard entries behind it stay.
+TEST(PatrolList, ParsesIntoTheRowOnly) {
+  const std::string nines(200, '9');
+  std::string many;
+  for (int i = 0; i < 300; i++) many += "1,";
+  const struct { std::string text; std::vector<int32_t> head; } rows[] = {
+      {"3,5,7", {3, 5, 7, -1}},
+      {",,12,,,4,", {12, 4, -1}},
+      {" 8,x9,-1,10abc,-7", {8, 0, -1, 10, -7}},
+      {nines + ",-" + nines, {INT32_MAX, INT32_MIN, -1}},
+      {many, std::vector<int32_t>(kPatrolStops, 1)}};
+  for (const auto& r : rows) {
+    int32_t entries[kPatrolStops + 2];
+    std::fill(std::begin(entries), std::end(entries), -1);
+    entries[kPatrolStops] = entries[kPatrolStops + 1] = 777;
+    std::string text = r.text;
+    ParsePatrolList(entries, text.data());
+    EXPECT_EQ(std::vector<int32_t>(entries, entries + r.head.size()), r.head) << r.text;
+    EXPECT_EQ(entries[kPatrolStops] + entries[kPatrolStops + 1], 2 * 777) << r.text;
+  }
+}
+
+class PatrolScan : public DaemonTest {};
+
+TEST_F(PatrolScan, LoadFillsRowsOneToEightOnly) {
+  sim::bus_put("ptz.patrol.set01", "3,5,7");
+  sim::bus_put("ptz.patrol.time01", "20");
+  sim::bus_put("ptz.patrol.speed08", "1,2");
+  sim::bus_put("ptz.patrol.set08", "");
+  LoadPatrol();
+  EXPECT_EQ(std::vector<int32_t>({gPatrolSet[1][2], gPatrolSet[1][3], gPatrolTime[1][0], gPatrolTime[1][1],
+                                  gPatrolSpeed[8][1], gPatrolSet[8][0], gPatrolSet[0][0], gPatrolSet[9][0],
+                                  gPatrolSet[16][0]}),
+            std::vector<int32_t>({7, -1, 20, -1, 2, -1, -1, -1, -1}));
+}
+
+// Direction by dir and mirror; words must match exactly; numbers read as
+// atoi, without a clamp; numbers outside 1..4 read the defaults.
+TEST_F(PatrolScan, ScanKeyReaders) {
+  const struct { const char* dir; const char* mirror; int32_t result; } dirs[] = {
+      {"left", "on", 1}, {"left", "off", 0}, {"right", "on", 0}, {"right", "", 1}, {"", "on", 0}, {"Left", "", 1}};
+  for (const auto& c : dirs) {
+    sim::bus_put("ptz.scan.scan1.dir", c.dir);
+    sim::bus_put("image.cam1.mirror", c.mirror);
+    EXPECT_EQ(ScanDirection(1), c.result) << c.dir << "/" << c.mirror;
+  }
+  sim::bus_put("image.cam1.mirror", "");
+  const std::string nines(127, '9');
+  const struct { const char* key; const char* value; int32_t (*read)(int32_t); int32_t result; } keys[] = {
+      {"focus", "fix", GetFocus, 0},          {"focus", "fixed", GetFocus, 1},
+      {"limit", "on", ScanLimitOn, 1},        {"limit", "ON", ScanLimitOn, 0},
+      {"speed", "9000", ScanSpeed, 9000},     {"speed", nines.c_str(), ScanSpeed, INT32_MAX},
+      {"zoom_position", "12ab", ScanZoomPosition, 12}};
+  for (const auto& k : keys) {
+    sim::bus_put((std::string("ptz.scan.scan2.") + k.key).c_str(), k.value);
+    EXPECT_EQ(k.read(2), k.result) << k.key << "=" << k.value;
+  }
+  for (int32_t id : {0, 5, -1, INT32_MAX, INT32_MIN}) {
+    EXPECT_EQ(std::vector<int32_t>({ScanDirection(id), ScanSpeed(id), ScanTiltAngle(id), GetFocus(id),
+                                    ScanLimitOn(id), ScanZoomPosition(id)}),
+              std::vector<int32_t>({1, 0, 0, 1, 0, 0}))
+        << id;
+  }
+}
 
 class Schedule : public DaemonTest {
  protected:
