@@ -39,34 +39,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   return 0;
 }
 
-// A patrol list through the parser, the loader and a patrol: nothing is
-// stored, so the search for a stop must give up by itself.
-static void PatrolListInput(char* value) {
-  for (const char* key : {"ptz.patrol.set01", "ptz.patrol.time01", "ptz.patrol.speed01"}) sim::bus_put(key, value);
-  int32_t row[kPatrolStops];
-  ParsePatrolList(row, value);
-  LoadPatrol();
-  giPatrolTarget = 1;
-  giPatrolStep = giPatrolNextTime = 0;
-  giRunMode = kModePatrol;
-  RunPatrol(kModePatrol, 2000);
-  giRunMode = kModeIdle;
-}
-
-// The same text in every key of a scan, through each key reader.
-static void ScanKeyInput(const char* value) {
-  for (const char* key : {"dir", "speed", "tilt_angle", "focus", "limit", "zoom_position"}) {
-    sim::bus_put((std::string("ptz.scan.scan1.") + key).c_str(), value);
-  }
-  sim::bus_put("image.cam1.mirror", value);
-  ScanDirection(1);
-  ScanSpeed(1);
-  TiltAngleToSteps(ScanTiltAngle(1));
-  GetFocus(1);
-  ScanLimitOn(1);
-  ScanZoomPosition(1);
-}
-
 // Bytes played as stored pattern 1: the start, then steps far enough apart
 // that every line is due, until playback ends, after 64 steps, or once the
 // moves have taken 0.5 s of virtual time.
@@ -96,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   memcpy(value, data + 1, n);
   value[n] = '\0';
   char key[] = "fuzz";
-  int32_t a = 0, b = 0, c = 0;
+  int32_t a = 0, b = 0, c = 0, patrol[kPatrolStops];
   ScheduleEntry row[kScheduleEntries];
   switch (data[0] % 15) {
     case 0: OnRunMode(key, value); break;
@@ -109,8 +81,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       SetDirectionOsd(giPanPos, giEastPos);
       break;
     case 6: GetPresetStr(value); break;
-    case 8: PatrolListInput(value); break;
-    case 9: ScanKeyInput(value); break;
+    case 8:  // a patrol list through the parser, the loader and a patrol of
+             // unstored presets, whose search for a stop must give up
+      for (const char* list : {"set01", "time01", "speed01"}) {
+        sim::bus_put((std::string("ptz.patrol.") + list).c_str(), value);
+      }
+      ParsePatrolList(patrol, value);
+      LoadPatrol();
+      giPatrolTarget = 1;
+      giPatrolStep = giPatrolNextTime = 0;
+      giRunMode = kModePatrol;
+      RunPatrol(kModePatrol, 2000);
+      giRunMode = kModeIdle;
+      break;
+    case 9:  // the same text in every key of a scan, through each reader
+      for (const char* scanKey : {"dir", "speed", "tilt_angle", "focus", "limit", "zoom_position"}) {
+        sim::bus_put((std::string("ptz.scan.scan1.") + scanKey).c_str(), value);
+      }
+      sim::bus_put("image.cam1.mirror", value);
+      ScanDirection(1), ScanSpeed(1), TiltAngleToSteps(ScanTiltAngle(1));
+      GetFocus(1), ScanLimitOn(1), ScanZoomPosition(1);
+      break;
     case 10: PlayPatternFile(data + 1, size - 1); break;
     case 11:  // mirror, flip and EIS from the value's first byte
       giImageMirror = value[0] & 1;

@@ -11,7 +11,6 @@
 #include "../../bench/schedule_week.h"
 #include "control/control.h"
 #include "daemon_fixture.h"
-#include "motion/limits.h"
 #include "platform/exports.h"
 #include "tours/patrol.h"
 #include "tours/scan.h"
@@ -27,11 +26,8 @@ TEST(PatrolList, ParsesIntoTheRowOnly) {
   std::string many;
   for (int i = 0; i < 300; i++) many += "1,";
   const struct { std::string text; std::vector<int32_t> head; } rows[] = {
-      {"3,5,7", {3, 5, 7, -1}},
-      {",,12,,,4,", {12, 4, -1}},
-      {" 8,x9,-1,10abc,-7", {8, 0, -1, 10, -7}},
-      {nines + ",-" + nines, {INT32_MAX, INT32_MIN, -1}},
-      {many, std::vector<int32_t>(kPatrolStops, 1)}};
+      {"3,5,7", {3, 5, 7, -1}},          {",,12,,,4,", {12, 4, -1}}, {" 8,x9,-1,10abc,-7", {8, 0, -1, 10, -7}},
+      {nines + ",-" + nines, {INT32_MAX, INT32_MIN, -1}}, {many, std::vector<int32_t>(kPatrolStops, 1)}};
   for (const auto& r : rows) {
     int32_t entries[kPatrolStops + 2];
     std::fill(std::begin(entries), std::end(entries), -1);
@@ -86,60 +82,51 @@ TEST_F(PatrolScan, ScanKeyReaders) {
   }
 }
 
-class Schedule : public DaemonTest {
- protected:
-  ScheduleEntry row_[kScheduleEntries];
-  void Parse(const std::string& value) { ParseScheduleDay("mon", value.c_str(), row_); }
-  // Entry i as "action start end".
-  std::string Entry(int i) const {
-    return std::string(row_[i].action) + " " + std::to_string(row_[i].start) + " " + std::to_string(row_[i].end);
-  }
-};
+class Schedule : public DaemonTest {};
 
+// Each value's four entries as "action start end": a last piece of 5
+// characters is dropped, a bare ';' uses up an entry, times are not
+// validated, a fifth entry and an action over 63 characters are dropped.
 TEST_F(Schedule, DayValuesWellAndBadlyFormed) {
-  Parse("patrol:1,800,1200;go_preset:3,1300,1330");
-  EXPECT_EQ(Entry(0), "patrol:1 800 1200");
-  EXPECT_EQ(Entry(1), "go_preset:3 1300 1330");
-  EXPECT_EQ(Count("out 1.mon,0,mode:patrol:1 Start:800 End:1200"), 1);
-  EXPECT_EQ(Count("out 2.mon,1,mode:go_preset:3 Start:1300 End:1330"), 1);
-  Parse("stop;a,1,2");  // a last piece of 5 characters is dropped
-  EXPECT_STREQ(row_[0].action, "stop");
-  EXPECT_STREQ(row_[1].action, "");
-  Parse(";,,scan:2,,,900,,1000,;go_preset:1;");  // a bare ';' uses up an entry
-  EXPECT_STREQ(row_[0].action, "");
-  EXPECT_EQ(Entry(1), "scan:2 900 1000");
-  EXPECT_EQ(Entry(2), "go_preset:1 0 0");
-  Parse("go_preset:1,2460,-5;go_preset:2,x,99999999999;");  // times are not validated
-  EXPECT_EQ(Entry(0), "go_preset:1 2460 -5");
-  EXPECT_EQ(Entry(1), "go_preset:2 0 " + std::to_string(INT32_MAX));
-  Parse("stop,1,2;stop,3,4;stop,5,6;stop,7,8;go_preset:9,9,10;go_preset:9,11,12");
-  EXPECT_EQ(row_[3].start, 7);
-  EXPECT_EQ(Count("out mon,4: only 4 entries a day, entry dropped"), 1);
-  EXPECT_EQ(Count("out mon,5: only 4 entries a day, entry dropped"), 1);
-  Parse(std::string(64, 'x') + "go_preset:5,100,200;");
-  EXPECT_EQ(Entry(0), " 100 200");
-  EXPECT_EQ(Count("action over 63 characters"), 1);
-  Parse(std::string(127, ';'));  // a whole value of separators
-  EXPECT_STREQ(row_[3].action, "");
+  const std::pair<std::string, const char*> days[] = {
+      {"patrol:1,800,1200;go_preset:3,1300,1330", "patrol:1 800 1200|go_preset:3 1300 1330| 0 0| 0 0"},
+      {"stop;a,1,2", "stop 0 0| 0 0| 0 0| 0 0"},
+      {";,,scan:2,,,900,,1000,;go_preset:1;", " 0 0|scan:2 900 1000|go_preset:1 0 0| 0 0"},
+      {"go_preset:1,2460,-5;go_preset:2,x,99999999999;", "go_preset:1 2460 -5|go_preset:2 0 2147483647| 0 0| 0 0"},
+      {"stop,1,2;stop,3,4;stop,5,6;stop,7,8;go_preset:9,9,10;go_preset:9,11,12",
+       "stop 1 2|stop 3 4|stop 5 6|stop 7 8"},
+      {std::string(64, 'x') + "go_preset:5,100,200;", " 100 200| 0 0| 0 0| 0 0"},
+      {std::string(127, ';'), " 0 0| 0 0| 0 0| 0 0"}};
+  for (const auto& [value, expected] : days) {
+    ScheduleEntry row[kScheduleEntries];
+    ParseScheduleDay("mon", value.c_str(), row);
+    std::string entries;
+    for (const auto& e : row) entries += (entries.empty() ? "" : "|") + std::string(e.action) + " " +
+                                         std::to_string(e.start) + " " + std::to_string(e.end);
+    EXPECT_EQ(entries, expected) << value;
+  }
+  // The value of separators drops a fifth and a sixth entry too.
+  const std::pair<const char*, int> lines[] = {{"out 2.mon,1,mode:go_preset:3 Start:1300 End:1330", 1},
+                                               {"action over 63 characters", 1},
+                                               {"out mon,4: only 4 entries a day, entry dropped", 2},
+                                               {"out mon,5: only 4 entries a day, entry dropped", 2}};
+  for (const auto& [line, n] : lines) EXPECT_EQ(Count(line), n) << line;
 }
 
-// Number times 256 plus mode; the first verb in the order of search wins.
+// Number times 256 plus mode; the first verb in the order of search wins; a
+// huge number wraps without overflow, the low byte still the mode.
 TEST_F(Schedule, ActionsEncodeNumberAndModeAndSetTargets) {
   const std::pair<const char*, int32_t> actions[] = {
       {"go_preset:3", 3 * 256 + 2}, {"pattern:2", 2 * 256 + 4}, {"xx patrol:7", 7 * 256 + 3},
       {"scan:-1", -256 + 5},        {"stop", 0},                {"nothing", -1},
       {"", -1},                     {"scan:go_preset:4", 4 * 256 + 2}};
   for (const auto& [text, code] : actions) EXPECT_EQ(ParseScheduleAction(text), code) << text;
-  // A huge number wraps without overflow; the low byte is still the mode.
   EXPECT_EQ(ParseScheduleAction("go_preset:99999999999") & 0xff, 2);
-  ApplyScheduleTarget(ParseScheduleAction("go_preset:600"));
-  EXPECT_EQ(giPresetTarget, 512);
-  ApplyScheduleTarget(ParseScheduleAction("scan:-3"));
-  EXPECT_EQ(giScanTarget, -3);
-  ApplyScheduleTarget(ParseScheduleAction("patrol:4"));
-  EXPECT_EQ(giPatrolTarget, 4);
-  ApplyScheduleTarget(ParseScheduleAction("pattern:2"));
-  EXPECT_EQ(giPatternTarget, 2);
+  for (const char* action : {"go_preset:600", "scan:-3", "patrol:4", "pattern:2"}) {
+    ApplyScheduleTarget(ParseScheduleAction(action));
+  }
+  EXPECT_EQ(std::vector<int32_t>({giPresetTarget, giScanTarget, giPatrolTarget, giPatternTarget}),
+            std::vector<int32_t>({512, -3, 4, 2}));
   giPresetTarget = 7;
   ApplyScheduleTarget(9);
   ApplyScheduleTarget(-1);
@@ -163,19 +150,16 @@ TEST(TrackPosition, FieldsAndMalformedTexts) {
 TEST(ScheduleWeek, EveryEntryActsAtItsMinute) {
   const std::string base = "/tmp/schedule_week_test." + std::to_string(getpid());
   const std::string scenario = base + ".scn", transcript = base + ".txt";
-  auto times = [&](const char* text) {
-    std::vector<double> found;
-    std::ifstream in(transcript);
-    for (std::string line; std::getline(in, line);) {
-      if (line.find(text) != std::string::npos) found.push_back(atof(line.c_str()));
-    }
-    return found;
-  };
   for (int day = 0; day < schedule_week::kDays; day++) {
     std::ofstream(scenario) << schedule_week::Scenario(true, day, 1);
     std::string command = std::string(SLEWSIM_PATH) + " --transcript " + transcript + " " + scenario + " >/dev/null";
     ASSERT_EQ(system(command.c_str()), 0) << "day " << day;
-    std::vector<double> acted = times(" out iScheduleOldMode="), moved = times(" out @@@@@@@@@@2PRESET=");
+    std::vector<double> acted, moved;  // seconds of the lines
+    std::ifstream in(transcript);
+    for (std::string line; std::getline(in, line);) {
+      if (line.find(" out iScheduleOldMode=") != std::string::npos) acted.push_back(atof(line.c_str()));
+      if (line.find(" out @@@@@@@@@@2PRESET=") != std::string::npos) moved.push_back(atof(line.c_str()));
+    }
     ASSERT_EQ(acted.size(), 4u) << "day " << day;
     ASSERT_EQ(moved.size(), 4u) << "day " << day;
     for (int entry = 0; entry < 4; entry++) {
