@@ -63,6 +63,7 @@ class RunMode : public DaemonTest {
   }
 };
 using Tick = RunMode;
+using EdgeOfRange = RunMode;  // values at the 32-bit edges, found by long random runs
 using ViewMove = RunMode;
 using P = std::pair<int32_t, int32_t>;
 
@@ -161,35 +162,6 @@ TEST_F(Tick, ModesStartFromIdleAndLeaveThroughIt) {
   EXPECT_EQ(Count("Go Preset:-1 -1 -1 -1"), 2);
 }
 
-// After years of rest (2^31 ticks) the idle count stops at its limit and the
-// holding gains, set once at tick 300, are not set again; a move restarts it.
-TEST_F(Tick, IdleTickCountStopsAtItsLimitAfterYearsOfRest) {
-  giRecoverDeadline = giScheduleDeadline = -1;
-  gLoop.iIdleTick = INT32_MAX - 3;
-  Ticks(10);
-  EXPECT_EQ(gLoop.iIdleTick, INT32_MAX);
-  EXPECT_EQ(Count("Set_stop_PID"), 0);
-  giNewMode = kModeManual;
-  giManualPan = 100;
-  Ticks(2);
-  EXPECT_LT(gLoop.iIdleTick, 300);
-  giNewMode = kModeIdle;
-  Ticks(5);
-}
-
-// The publication count stops at its limit too; the next change still goes
-// out at once, and the pace starts over.
-TEST_F(Tick, PositionCountStopsAtItsLimitAndTheNextChangeGoesOut) {
-  giPosTick = INT32_MAX - 3;
-  for (int i = 0; i < 10; i++) UpdatePosition();
-  EXPECT_EQ(giPosTick, INT32_MAX);
-  sim::bus_write(sim::Origin::External, "sim.pan.pos", "1234");
-  Mark();
-  UpdatePosition();
-  EXPECT_EQ(Count("Pos:P->1234"), 1);
-  EXPECT_EQ(giPosTick, 0);
-}
-
 // The virtual clock stands still between sleeps, so the stabiliser's delay
 // can be met to the microsecond; with EIS off the key is left alone.
 TEST_F(Tick, EisTimerExactlyTheDelayIsNotYetMoreIs) {
@@ -207,6 +179,48 @@ TEST_F(Tick, EisTimerExactlyTheDelayIsNotYetMoreIs) {
   timerAfter(1800000);
   EXPECT_EQ(giEisRtEnable, 1);
   EXPECT_EQ(Count("set encode.cam1.eis.rt_enable=on") + Count("out [slewd]======= eis rt on"), 2);
+}
+
+// INT32_MIN negated by mirror and flip wraps, within the manual limit.
+TEST_F(EdgeOfRange, MirrorAndFlipOfTheSmallestNumberStayWithinTheManualLimit) {
+  giMaxSpeed = 720;
+  giManualPanSpeed = giManualTiltSpeed = 90;
+  giManualProportion = 0;
+  giImageMirror = giImageFlip = 1;
+  Bus("manual:-2147483648,-2147483648,0");
+  EXPECT_EQ(giNewMode.load(), kModeManual);
+  EXPECT_EQ(P(giManualPan.load(), giManualTilt.load()), P(-900, -900));
+  Bus("manual:-2147483647,-2147483647,0");
+  EXPECT_EQ(P(giManualPan.load(), giManualTilt.load()), P(900, 900));
+}
+
+// After years of rest (2^31 ticks) the idle count stops at its limit and the
+// holding gains, set once at tick 300, are not set again; a move restarts it.
+TEST_F(EdgeOfRange, IdleTickCountStopsAtItsLimitAfterYearsOfRest) {
+  giRecoverDeadline = giScheduleDeadline = -1;
+  gLoop.iIdleTick = INT32_MAX - 3;
+  Ticks(10);
+  EXPECT_EQ(gLoop.iIdleTick, INT32_MAX);
+  EXPECT_EQ(Count("Set_stop_PID"), 0);
+  giNewMode = kModeManual;
+  giManualPan = 100;
+  Ticks(2);
+  EXPECT_LT(gLoop.iIdleTick, 300);
+  giNewMode = kModeIdle;
+  Ticks(5);
+}
+
+// The publication count stops at its limit too; the next change still goes
+// out at once, and the pace starts over.
+TEST_F(EdgeOfRange, PositionCountStopsAtItsLimitAndTheNextChangeGoesOut) {
+  giPosTick = INT32_MAX - 3;
+  for (int i = 0; i < 10; i++) UpdatePosition();
+  EXPECT_EQ(giPosTick, INT32_MAX);
+  sim::bus_write(sim::Origin::External, "sim.pan.pos", "1234");
+  Mark();
+  UpdatePosition();
+  EXPECT_EQ(Count("Pos:P->1234"), 1);
+  EXPECT_EQ(giPosTick, 0);
 }
 
 // The stabiliser's field of view counts only with EIS on; a digital zoom of
