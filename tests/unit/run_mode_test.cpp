@@ -69,10 +69,9 @@ using P = std::pair<int32_t, int32_t>;
 
 // manual: is searched first, clr_pattern: is not pattern:, no verb: no change.
 TEST_F(RunMode, FirstVerbInOrderOfSearchWinsAnywhereInTheText) {
-  const std::pair<const char*, int32_t> verbs[] = {{"set_preset:id:3,name:manual:x", kModeManual},
-                                                    {"clr_pattern:3", kModeManual},
-                                                    {"xx pattern:3", kModePattern},
-                                                    {"hello", kModePattern}};
+  const std::pair<const char*, int32_t> verbs[] = {
+      {"set_preset:id:3,name:manual:x", kModeManual}, {"clr_pattern:3", kModeManual},
+      {"xx pattern:3", kModePattern},                 {"hello", kModePattern}};
   for (const auto& [command, mode] : verbs) {
     Bus(command);
     EXPECT_EQ(giNewMode.load(), mode) << command;
@@ -165,10 +164,7 @@ TEST_F(Tick, ModesStartFromIdleAndLeaveThroughIt) {
 // The virtual clock stands still between sleeps, so the stabiliser's delay
 // can be met to the microsecond; with EIS off the key is left alone.
 TEST_F(Tick, EisTimerExactlyTheDelayIsNotYetMoreIs) {
-  auto timerAfter = [](uint32_t us) {
-    giEisRtStart = (int32_t)((uint32_t)MicrosecondStamp() - us);
-    EisRtTimer();
-  };
+  auto timerAfter = [](uint32_t us) { giEisRtStart = (int32_t)((uint32_t)MicrosecondStamp() - us); EisRtTimer(); };
   giEisRtEnable = 0;
   timerAfter(100000000);
   EXPECT_EQ(Count("eis.rt_enable"), 0);
