@@ -1,13 +1,11 @@
-// Fuzz target: arbitrary values for ptz.run_mode, the listeners' parsers,
-// patrol lists, scan keys, stored pattern files, view-move texts, schedule
-// day values and actions, and track positions.
-// The first byte picks the receiver; the rest, cut to a bus value of at
-// most 127 characters, is the value, or, whole, a stored pattern file.
-#include <cstddef>
-#include <cstdint>
+// Fuzz target: ptz.run_mode, the listeners' parsers, patrol lists, scan keys,
+// stored pattern files, view moves, schedule days and actions, track
+// positions. The first byte picks the receiver; the rest, cut to a bus value
+// of at most 127 characters, is the value, or, whole, a pattern file.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "control/bus_text.h"
 #include "control/control.h"
@@ -41,41 +39,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   return 0;
 }
 
-// A patrol list as the parser, the loader and a patrol of it see it; no
-// preset is stored, so the search for a stop must give up by itself.
-static void PatrolListInput(char* value) {
-  sim::bus_put("ptz.patrol.set01", value);
-  sim::bus_put("ptz.patrol.time01", value);
-  sim::bus_put("ptz.patrol.speed01", value);
-  int32_t row[kPatrolStops];
-  ParsePatrolList(row, value);
-  LoadPatrol();
-  giPatrolTarget = 1;
-  giPatrolStep = 0;
-  giPatrolNextTime = 0;
-  giRunMode = kModePatrol;
-  RunPatrol(kModePatrol, 2000);
-  giRunMode = kModeIdle;
-}
-
-// The same text in every key of a scan, through each key reader.
-static void ScanKeyInput(const char* value) {
-  static const char* const kKeys[] = {"ptz.scan.scan1.dir", "ptz.scan.scan1.speed",
-                                      "ptz.scan.scan1.tilt_angle", "ptz.scan.scan1.focus",
-                                      "ptz.scan.scan1.limit", "ptz.scan.scan1.zoom_position",
-                                      "image.cam1.mirror"};
-  for (const char* key : kKeys) sim::bus_put(key, value);
-  ScanDirection(1);
-  ScanSpeed(1);
-  TiltAngleToSteps(ScanTiltAngle(1));
-  GetFocus(1);
-  ScanLimitOn(1);
-  ScanZoomPosition(1);
-}
-
-// Plays bytes as stored pattern 1: the start, then steps far enough apart
-// that every line is due, until playback ends, 64 steps have run or the
-// moves to the start have taken 0.5 s of virtual time.
+// Bytes played as stored pattern 1: the start, then steps far enough apart
+// that every line is due, until playback ends, after 64 steps, or once the
+// moves have taken 0.5 s of virtual time.
 static void PlayPatternFile(const uint8_t* data, size_t size) {
   char path[4096];
   sim::sandbox_path("/mnt/nand/pattern1.path", path, sizeof path);
@@ -86,23 +52,13 @@ static void PlayPatternFile(const uint8_t* data, size_t size) {
   giPatternTarget = 1;
   giPatternRun = 1;
   int32_t now_s = NowSeconds();
-  int64_t virtualEnd = sim::now_ns() + 500000000LL;  // moves to the start cost time
+  int64_t virtualEnd = sim::now_ns() + 500000000LL;
   PatternStart(now_s, 0);
   for (int step = 0; step < 64 && giPatternRun == 1 && sim::now_ns() < virtualEnd; step++) {
     now_s += 2200000;  // past the longest delay a line can hold
     PatternStep(now_s, 0);
   }
   PatternClose();
-}
-
-// A view-move text, with mirror, flip and EIS taken from its first byte.
-static void ViewMoveInput(const char* value) {
-  int32_t pan = 0, tilt = 0;
-  giImageMirror = value[0] & 1;
-  giImageFlip = (value[0] >> 1) & 1;
-  giEisEnable = (value[0] >> 2) & 1;
-  kvlink_set("ptz.preset.view_move", value);
-  RunViewMove(&pan, &tilt);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -112,6 +68,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   memcpy(value, data + 1, n);
   value[n] = '\0';
   char key[] = "fuzz";
+  int32_t a = 0, b = 0, c = 0, patrol[kPatrolStops];
+  ScheduleEntry row[kScheduleEntries];
   switch (data[0] % 15) {
     case 0: OnRunMode(key, value); break;
     case 1: OnRunMode(nullptr, value); break;  // a replayed pattern line
@@ -123,27 +81,42 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       SetDirectionOsd(giPanPos, giEastPos);
       break;
     case 6: GetPresetStr(value); break;
-    case 8: PatrolListInput(value); break;
-    case 9: ScanKeyInput(value); break;
+    case 8:  // a patrol list through the parser, the loader and a patrol of
+             // unstored presets, whose search for a stop must give up
+      for (const char* list : {"set01", "time01", "speed01"}) {
+        sim::bus_put((std::string("ptz.patrol.") + list).c_str(), value);
+      }
+      ParsePatrolList(patrol, value);
+      LoadPatrol();
+      giPatrolTarget = 1;
+      giPatrolStep = giPatrolNextTime = 0;
+      giRunMode = kModePatrol;
+      RunPatrol(kModePatrol, 2000);
+      giRunMode = kModeIdle;
+      break;
+    case 9:  // the same text in every key of a scan, through each reader
+      for (const char* scanKey : {"dir", "speed", "tilt_angle", "focus", "limit", "zoom_position"}) {
+        sim::bus_put((std::string("ptz.scan.scan1.") + scanKey).c_str(), value);
+      }
+      sim::bus_put("image.cam1.mirror", value);
+      ScanDirection(1), ScanSpeed(1), TiltAngleToSteps(ScanTiltAngle(1));
+      GetFocus(1), ScanLimitOn(1), ScanZoomPosition(1);
+      break;
     case 10: PlayPatternFile(data + 1, size - 1); break;
-    case 11: ViewMoveInput(value); break;
-    case 12: {
-      ScheduleEntry row[kScheduleEntries];
-      ParseScheduleDay("fuzz", value, row);
+    case 11:  // mirror, flip and EIS from the value's first byte
+      giImageMirror = value[0] & 1;
+      giImageFlip = (value[0] >> 1) & 1;
+      giEisEnable = (value[0] >> 2) & 1;
+      kvlink_set("ptz.preset.view_move", value);
+      RunViewMove(&a, &b);
       break;
-    }
+    case 12: ParseScheduleDay("fuzz", value, row); break;
     case 13: ApplyScheduleTarget(ParseScheduleAction(value)); break;
-    case 14: {
-      int32_t pan = 0, tilt = 0;
-      ParseTrackPosition(value, &pan, &tilt);
-      break;
-    }
-    default: {
-      int32_t a = 0, b = 0, c = 0;
+    case 14: ParseTrackPosition(value, &a, &b); break;
+    default:
       ParseAbs(value, &a, &b, &c);
       ParseRelative(value, &a, &b);
       ComputeManualSpeeds(value);
-    }
   }
   // Keep the daemon from piling up requests the loop would act on.
   giNewMode = kModeIdle;

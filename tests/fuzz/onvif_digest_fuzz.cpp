@@ -11,9 +11,7 @@
 #include "auth.h"
 #include "spaces.h"
 
-namespace {
-onvif::Authenticator* auth;
-}  // namespace
+static onvif::Authenticator* auth;
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   auth = new onvif::Authenticator(onvif::Credentials{"admin", "pw"});
@@ -23,16 +21,13 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string text(reinterpret_cast<const char*>(data), size);
   size_t nl = text.find('\n');
-  std::string header = text.substr(0, nl), rest = nl == std::string::npos ? "" : text.substr(nl + 1);
-  std::string why;
-  int64_t now = time(nullptr);
+  std::string header = text.substr(0, nl), rest = nl == std::string::npos ? "" : text.substr(nl + 1), why, bytes;
+  int64_t now = time(nullptr), seconds = 0;
   auth->check_http_digest(header, "POST", true, now, &why);
   pugi::xml_document doc;
   if (doc.load_buffer(rest.data(), rest.size())) auth->check_username_token(doc.document_element(), true, now, &why);
   double v = 0;
   long ms = 0;
-  int64_t seconds = 0;
-  std::string bytes;
   onvif::parse_float(header, &v);
   onvif::parse_duration(header, &ms);
   onvif::parse_utc_time(header, &seconds);

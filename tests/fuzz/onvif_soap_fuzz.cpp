@@ -11,20 +11,14 @@
 #include "../onvif/memory_bus.h"
 #include "service.h"
 
-namespace {
-MemoryBus* bus;
-onvif::HeadState* head;
-onvif::Authenticator* auth;
-onvif::Service* service;
-unsigned long count;
-}  // namespace
+static onvif::Service* service;
+static unsigned long count;
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  bus = new MemoryBus;
-  head = new onvif::HeadState;
+  auto* head = new onvif::HeadState;
   head->on_link(true, {{"ptz.status", "0"}}, onvif::Clock::now());
-  auth = new onvif::Authenticator(onvif::Credentials{"admin", "pw"});
-  service = new onvif::Service(onvif::ServiceConfig{}, *bus, *head, *auth);
+  service = new onvif::Service(onvif::ServiceConfig{}, *new MemoryBus, *head,
+                               *new onvif::Authenticator(onvif::Credentials{"admin", "pw"}));
   return 0;
 }
 

@@ -1,17 +1,15 @@
-// Fuzz target: the line protocol of the bus socket. Arbitrary bytes go
-// through the line reader, and every line through the value unescaping;
-// whatever unescapes must escape and unescape back to itself.
-#include <cstddef>
-#include <cstdint>
+// Fuzz target: the bus socket's line protocol. Arbitrary bytes go through the
+// line reader, every line (and the whole input) through the value
+// unescaping; whatever unescapes must escape and unescape back to itself.
+#include <unistd.h>
+
 #include <cstdlib>
 #include <string>
-#include <unistd.h>
 
 #include "bus/bus_protocol.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) { return 0; }
 
-// Unescapes a line; a good one must survive the round trip.
 static void CheckValue(const std::string& wire) {
   std::string text, again;
   if (!sim::proto_unescape(wire, &text)) return;
@@ -24,8 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (write(fds[1], data, size) != static_cast<ssize_t>(size)) abort();
   close(fds[1]);
   sim::LineReader reader(fds[0]);
-  std::string line;
-  while (reader.next(&line)) {
+  for (std::string line; reader.next(&line);) {
     if (line.size() > sim::kProtoLineMax) abort();
     CheckValue(line);
   }

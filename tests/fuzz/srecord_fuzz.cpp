@@ -1,8 +1,5 @@
-// Fuzz target: arbitrary file contents for the S-record loader of the
-// firmware update. Whatever the input, the load stays inside the image
-// buffer and either loads below the image bound or loads nothing.
-#include <cstddef>
-#include <cstdint>
+// Fuzz target: arbitrary file contents for the firmware update's S-record
+// loader: it loads below the image bound or nothing, inside the buffer.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,8 +14,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size == 0) return 0;
-  FILE* fp = fmemopen(const_cast<uint8_t*>(data), size, "r");
+  FILE* fp = size == 0 ? nullptr : fmemopen(const_cast<uint8_t*>(data), size, "r");
   if (fp == nullptr) return 0;
   memset(gFwImage, 0xff, sizeof gFwImage);
   int n = LoadFWRecords(fp, gFwImage);

@@ -1,6 +1,5 @@
 // A daemon test against the simulated camera in virtual time, in-process:
-// the camera is powered on once per suite, and the transcript can be
-// searched from a mark.
+// the camera is powered on once per suite.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -23,14 +22,11 @@ class DaemonTest : public ::testing::Test {
     ClearPresets();
   }
   void SetUp() override { Mark(); }
-  // Later counts look only at lines added after this.
   void Mark() { mark_ = sim::transcript_size(); }
   // Transcript lines since the mark that contain text.
   int Count(const char* text) const {
     int n = 0;
-    for (size_t i = mark_; i < sim::transcript_size(); i++) {
-      if (strstr(sim::transcript_line(i), text) != nullptr) n++;
-    }
+    for (size_t i = mark_; i < sim::transcript_size(); i++) n += strstr(sim::transcript_line(i), text) != nullptr;
     return n;
   }
 
