@@ -120,20 +120,12 @@ void RandomPause(std::mt19937& random) {
   nanosleep(&pause, nullptr);
 }
 
-// Prints the median and p99 of one side.
-void Report(const char* name, const std::vector<double>& ms) {
-  printf("%s: median %.2f ms, p99 %.2f ms, best %.2f ms (%zu tries)\n", name, Quantile(ms, 0.5),
-         Quantile(ms, 0.99), Quantile(ms, 0), ms.size());
-}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  int tries = argc > 1 ? atoi(argv[1]) : 200;
-  if (tries <= 0) {
-    fprintf(stderr, "usage: command_latency_bench [TRIES]\n");
-    return 2;
-  }
+  int tries = TriesArgument(argc, argv, 200, "command_latency_bench");
+  if (tries == 0) return 2;
   std::string folder = MakeStateFolder();
   if (folder.empty()) return 1;
   pid_t daemon = StartSlewd(folder.c_str());
@@ -172,8 +164,8 @@ int main(int argc, char** argv) {
   close(bus);
   StopSlewd(daemon, folder.c_str());
   if (daemon_ms.empty()) return 1;
-  Report("pipe poller every 10 ms (floor)", floor_ms);
-  Report("slewd, command to motion", daemon_ms);
+  ReportLatency("pipe poller every 10 ms (floor)", floor_ms);
+  ReportLatency("slewd, command to motion", daemon_ms);
   printf("ratio to the floor: median %.2f, p99 %.2f\n", Quantile(daemon_ms, 0.5) / Quantile(floor_ms, 0.5),
          Quantile(daemon_ms, 0.99) / Quantile(floor_ms, 0.99));
   return 0;

@@ -143,19 +143,12 @@ double Throughput(int port, bool sign, const char* body, int* failures) {
   return done / kLoadSeconds;
 }
 
-// Prints the median and p99 of one side.
-void Report(const char* name, const std::vector<double>& ms) {
-  printf("%s: median %.2f ms, p99 %.2f ms (%zu tries)\n", name, Quantile(ms, 0.5), Quantile(ms, 0.99), ms.size());
-}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  int tries = argc > 1 ? atoi(argv[1]) : 200;
-  if (tries <= 0) {
-    fprintf(stderr, "usage: onvif_bench [TRIES]\n");
-    return 2;
-  }
+  int tries = TriesArgument(argc, argv, 200, "onvif_bench");
+  if (tries == 0) return 2;
   std::string folder = MakeStateFolder();
   if (folder.empty()) return 1;
   pid_t daemon = StartSlewd(folder.c_str());
@@ -205,8 +198,8 @@ int main(int argc, char** argv) {
     bus_ms.push_back(b);
     onvif_ms.push_back(o);
   }
-  Report("bus connection, command to motion (reference)", bus_ms);
-  Report("slewonvif ContinuousMove to motion", onvif_ms);
+  ReportLatency("bus connection, command to motion (reference)", bus_ms);
+  ReportLatency("slewonvif ContinuousMove to motion", onvif_ms);
   if (!bus_ms.empty()) {
     printf("ratio to the reference: median %.2f, p99 %.2f\n", Quantile(onvif_ms, 0.5) / Quantile(bus_ms, 0.5),
            Quantile(onvif_ms, 0.99) / Quantile(bus_ms, 0.99));

@@ -52,6 +52,20 @@ inline double Quantile(std::vector<double> values, double q) {
   return values[std::min(i, values.size() - 1)];
 }
 
+// Prints the median and p99 of a series of latencies, with its name.
+inline void ReportLatency(const char* name, const std::vector<double>& ms) {
+  printf("%s: median %.2f ms, p99 %.2f ms, best %.2f ms (%zu tries)\n", name, Quantile(ms, 0.5),
+         Quantile(ms, 0.99), Quantile(ms, 0), ms.size());
+}
+
+// The count of tries the first argument asks for (fallback without one);
+// 0, with the usage printed, when it is not a positive number.
+inline int TriesArgument(int argc, char** argv, int fallback, const char* program) {
+  int tries = argc > 1 ? atoi(argv[1]) : fallback;
+  if (tries <= 0) fprintf(stderr, "usage: %s [TRIES]\n", program);
+  return tries > 0 ? tries : 0;
+}
+
 // A fresh folder under /tmp for one slewd; empty when none could be made.
 inline std::string MakeStateFolder() {
   char folder[] = "/tmp/slewd-bench-XXXXXX";

@@ -49,11 +49,6 @@ bool AwaitLoop() {
   return false;
 }
 
-// Prints median and p99 of a series.
-void Report(const char* what, const std::vector<double>& ms) {
-  printf("%-34s median %7.2f ms   p99 %7.2f ms   (%zu tries)\n", what, Quantile(ms, 0.5),
-         Quantile(ms, 0.99), ms.size());
-}
 
 // Intervals in ms between ptz.pan_pos publications over seconds s.
 std::vector<double> PublicationIntervals(double seconds) {
@@ -86,7 +81,8 @@ void ReportPace(const char* what, const std::vector<double>& ms) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  int tries = argc > 1 ? atoi(argv[1]) : 200;
+  int tries = TriesArgument(argc, argv, 200, "store_bench");
+  if (tries == 0) return 2;
   g_folder = MakeStateFolder();
   pid_t pid = StartSlewd(g_folder.c_str());
   if (!AwaitLoop()) {
@@ -100,9 +96,9 @@ int main(int argc, char** argv) {
     setting.push_back(TimedMs({"set", "ptz.system.recover_time", std::to_string(10 + i % 50)}));
     preset.push_back(TimedMs({"run", "set_preset:" + std::to_string(i % 64)}));
   }
-  Report("plain bus write (not stored)", plain);
-  Report("setting write (stored)", setting);
-  Report("set_preset (acknowledged, stored)", preset);
+  ReportLatency("plain bus write (not stored)", plain);
+  ReportLatency("setting write (stored)", setting);
+  ReportLatency("set_preset (acknowledged, stored)", preset);
 
   Ctl({"run", "manual:-20,0,0"});
   ReportPace("loop pace, store healthy", PublicationIntervals(10));
