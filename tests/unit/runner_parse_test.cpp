@@ -79,10 +79,7 @@ TEST(RunnerParse, EveryDirectiveWithItsArguments) {
 TEST(RunnerParse, ErrorsNameTheFileAndLine) {
   EXPECT_EQ(ParseError("wait 1\n\nfrobnicate 3\n"), "case.scn:3: unknown directive 'frobnicate'");
   EXPECT_EQ(ParseError("file /tmp/x\nline\n"), "case.scn:1: file /tmp/x has no end line");
-  struct Case {
-    std::string text;
-    const char* error_start;
-  } cases[] = {
+  const std::pair<std::string, const char*> cases[] = {
       {"wait\n", "case.scn:1: wait needs SECONDS"},
       {"wait -1\n", "case.scn:1: wait needs SECONDS"},
       {"wait 1e3\n", "case.scn:1: wait needs SECONDS"},
@@ -113,10 +110,7 @@ TEST(RunnerParse, ErrorsNameTheFileAndLine) {
       {"expect range ptz.x 1 2 3\n", "case.scn:1: expect range needs KEY LOW HIGH"},
       {"expect range ptz.x 1 99999999999\n", "case.scn:1: expect range needs KEY LOW HIGH"},
   };
-  for (const Case& c : cases) {
-    std::string error = ParseError(c.text);
-    EXPECT_EQ(error.rfind(c.error_start, 0), 0u) << c.text << " gave: " << error;
-  }
+  for (const auto& [text, start] : cases) EXPECT_EQ(ParseError(text).rfind(start, 0), 0u) << text << ParseError(text);
   Scenario s;
   std::string error;
   EXPECT_FALSE(sim::parse_scenario_file("/nonexistent/x.scn", s, error));
