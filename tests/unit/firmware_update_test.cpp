@@ -41,10 +41,7 @@ class FirmwareUpdate : public SimTest {
     ReadI2C_M(0x28, 0x9b, tx, 3, rx, 3);
     return (rx[0] << 8 | rx[1]) << 8 | rx[2];
   }
-  static int Read(int cmd) {
-    uint8_t v = 0xee;
-    return ReadI2C(0x28, cmd, &v, 1) < 0 ? -1 : v;
-  }
+  static int Read(int cmd) { uint8_t v = 0xee; return ReadI2C(0x28, cmd, &v, 1) < 0 ? -1 : v; }
   static void Send(int cmd, uint8_t* data, int n) { SendI2C(0x28, cmd, data, n); }
 
   TempDir tmp_;

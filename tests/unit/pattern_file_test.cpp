@@ -69,11 +69,7 @@ class PatternRecording : public DaemonTest {
     sim::sandbox_set_root(tmp_.path.c_str());
     ASSERT_EQ(sim::sandbox_make_camera_folders(), 0);
   }
-  void TearDown() override {
-    sim::sandbox_set_root(old_root_.c_str());
-    giPatternRec = 0;
-    giNewMode = kModeIdle;
-  }
+  void TearDown() override { sim::sandbox_set_root(old_root_.c_str()), giPatternRec = 0, giNewMode = kModeIdle; }
   simtest::TempDir tmp_;
   std::string old_root_ = sim::sandbox_root();
 };

@@ -13,15 +13,11 @@ std::vector<std::string> g_heard;
 std::thread::id g_heard_on;
 
 void RecordA(char* key, char* value) {
-  g_heard.push_back(std::string("A:") + key + "=" + value);
-  g_heard_on = std::this_thread::get_id();
+  g_heard.push_back(std::string("A:") + key + "=" + value), g_heard_on = std::this_thread::get_id();
 }
 void RecordB(char* key, char* value) { g_heard.push_back(std::string("B:") + key + "=" + value); }
 // Cuts the value in place, as the daemon's command listener does.
-void CutValue(char*, char* value) {
-  value[0] = '\0';
-  g_heard.push_back("cut");
-}
+void CutValue(char*, char* value) { value[0] = '\0', g_heard.push_back("cut"); }
 // Tries to deliver again from inside a delivery.
 void DeliverAgain(char* key, char*) {
   g_heard.push_back(std::string("begin:") + key);
@@ -31,10 +27,7 @@ void DeliverAgain(char* key, char*) {
 
 class SimBus : public simtest::SimTest {
  protected:
-  void SetUp() override {
-    SimTest::SetUp();
-    g_heard.clear();
-  }
+  void SetUp() override { SimTest::SetUp(), g_heard.clear(); }
 
   // Value at key, or "<none>".
   static std::string Get(const char* key) {

@@ -67,10 +67,7 @@ class SimTest : public ::testing::Test {
     sim::set_verbose(false);
     ASSERT_EQ(sim::bus_open(":memory:"), 0);
   }
-  void TearDown() override {
-    sim::set_verbose(false);
-    sim::bus_close();
-  }
+  void TearDown() override { sim::set_verbose(false), sim::bus_close(); }
 };
 
 // Powers the camera on, calibration off unless the knobs say otherwise.

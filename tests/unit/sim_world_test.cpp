@@ -13,16 +13,8 @@ using namespace simtest;
 class SimWorld : public SimTest {
  protected:
   template <class F>
-  static int get(F f) {
-    int v = -1;
-    f(&v);
-    return v;
-  }
-  static double focal() {
-    double f = -1;
-    GetFocalLength(&f);
-    return f;
-  }
+  static int get(F f) { int v = -1; return f(&v), v; }
+  static double focal() { double f = -1; return GetFocalLength(&f), f; }
   static void ext(const char* key, const char* value) { sim::bus_write(sim::Origin::External, key, value); }
 };
 

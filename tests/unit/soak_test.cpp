@@ -54,10 +54,7 @@ class SoakWatch : public ::testing::Test {
   // Ticks on once a second from t for n seconds; the first complaint.
   std::string Run(double t, int n) {
     std::string why;
-    for (int i = 0; i < n && why.empty(); i++) {
-      g_tick++;
-      why = Step(t += 1);
-    }
+    for (int i = 0; i < n && why.empty(); i++) why = (g_tick++, Step(t += 1));
     return why;
   }
 

@@ -19,11 +19,7 @@ class Transcript : public ::testing::Test {
     first_ = sim::transcript_size();
     g_hooked.clear();
   }
-  void TearDown() override {
-    sim::transcript_open(nullptr);
-    sim::set_line_hook(nullptr);
-    fclose(sink_);
-  }
+  void TearDown() override { sim::transcript_open(nullptr), sim::set_line_hook(nullptr), fclose(sink_); }
   std::vector<std::string> Added() const { return simtest::LinesSince(first_); }
   std::string Sink() const { return simtest::ReadAll(sink_); }
   FILE* sink_ = nullptr;
