@@ -1,14 +1,11 @@
-// Fuzz target: ptz.run_mode, the listeners' parsers, patrol lists, scan keys,
-// stored pattern files, view moves, schedule days and actions, track
-// positions. The first byte picks the receiver; the rest, cut to a bus value
-// of at most 127 characters, is the value, or, whole, a pattern file.
+// Fuzz target: the daemon's parsers and the pattern player. The first byte
+// picks the receiver; the rest, cut to 127 characters, is the value, or, whole, a pattern file.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "control/bus_text.h"
-#include "control/control.h"
 #include "control/listeners.h"
 #include "control/publish.h"
 #include "control/run_mode.h"
@@ -39,9 +36,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   return 0;
 }
 
-// Bytes played as stored pattern 1: the start, then steps far enough apart
-// that every line is due, until playback ends, after 64 steps, or once the
-// moves have taken 0.5 s of virtual time.
+// Bytes played as stored pattern 1, every line due at once, until playback
+// ends, after 64 steps, or after 0.5 s of virtual moves.
 static void PlayPatternFile(const uint8_t* data, size_t size) {
   char path[4096];
   sim::sandbox_path("/mnt/nand/pattern1.path", path, sizeof path);
@@ -83,9 +79,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 6: GetPresetStr(value); break;
     case 8:  // a patrol list through the parser, the loader and a patrol of
              // unstored presets, whose search for a stop must give up
-      for (const char* list : {"set01", "time01", "speed01"}) {
+      for (const char* list : {"set01", "time01", "speed01"})
         sim::bus_put((std::string("ptz.patrol.") + list).c_str(), value);
-      }
       ParsePatrolList(patrol, value);
       LoadPatrol();
       giPatrolTarget = 1;
@@ -95,9 +90,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       giRunMode = kModeIdle;
       break;
     case 9:  // the same text in every key of a scan, through each reader
-      for (const char* scanKey : {"dir", "speed", "tilt_angle", "focus", "limit", "zoom_position"}) {
+      for (const char* scanKey : {"dir", "speed", "tilt_angle", "focus", "limit", "zoom_position"})
         sim::bus_put((std::string("ptz.scan.scan1.") + scanKey).c_str(), value);
-      }
       sim::bus_put("image.cam1.mirror", value);
       ScanDirection(1), ScanSpeed(1), TiltAngleToSteps(ScanTiltAngle(1));
       GetFocus(1), ScanLimitOn(1), ScanZoomPosition(1);

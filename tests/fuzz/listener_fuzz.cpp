@@ -1,7 +1,5 @@
-// Fuzz target: sequences of bus writes to every key the daemon listens to (a
-// prefix as one key under it), delivered to its listeners as the bus thread
-// would. Each line is one write: its first byte picks the key, the rest, cut
-// to 127 characters, is the value. Settings stay from line to line.
+// Fuzz target: bus writes to every key the daemon listens to, one a line: the
+// first byte picks the key, the rest (at most 127 characters) is the value.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -14,17 +12,14 @@
 #include "tours/presets.h"
 
 static const char* const kKeys[] = {
-    "ptz.run_mode", "ptz.patrol.set01", "ptz.patrol.time01", "ptz.patrol.speed01",
-    "ptz.lens.get_pos.zoom", "ptz.system.auto_flip", "ptz.manual.proportion",
-    "ptz.system.recover_time", "ptz.system.max_speed", "ptz.schedule.mon",
-    "ptz.schedule.enable", "ptz.preset.view_move", "ptz.preset.track_enable",
-    "ptz.preset.track_id", "ptz.pattern.action", "ptz.system.up_limit",
-    "ptz.system.down_limit", "ptz.manual.limit", "ptz.manual.right_limit",
-    "ptz.manual.left_limit", "ptz.scan.scan1.limit", "ptz.scan.scan1.right_limit",
-    "ptz.scan.scan1.left_limit", "ptz.scan.scan4.limit", "image.cam1.flip",
-    "image.cam1.mirror", "ptz.manual.pan_speed", "ptz.manual.tilt_speed",
-    "ptz.system.freeze", "ptz.system.east_pos", "encode.cam1.eis.enable",
-    "encode.cam1.eis.fov", "encode.cam1.ois.enable", "ptz.PID"};
+    "ptz.run_mode", "ptz.patrol.set01", "ptz.patrol.time01", "ptz.patrol.speed01", "ptz.lens.get_pos.zoom",
+    "ptz.system.auto_flip", "ptz.manual.proportion", "ptz.system.recover_time", "ptz.system.max_speed",
+    "ptz.schedule.mon", "ptz.schedule.enable", "ptz.preset.view_move", "ptz.preset.track_enable",
+    "ptz.preset.track_id", "ptz.pattern.action", "ptz.system.up_limit", "ptz.system.down_limit", "ptz.manual.limit",
+    "ptz.manual.right_limit", "ptz.manual.left_limit", "ptz.scan.scan1.limit", "ptz.scan.scan1.right_limit",
+    "ptz.scan.scan1.left_limit", "ptz.scan.scan4.limit", "image.cam1.flip", "image.cam1.mirror",
+    "ptz.manual.pan_speed", "ptz.manual.tilt_speed", "ptz.system.freeze", "ptz.system.east_pos",
+    "encode.cam1.eis.enable", "encode.cam1.eis.fov", "encode.cam1.ois.enable", "ptz.PID"};
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   sim::clock_init(sim::ClockMode::Virtual);

@@ -1,6 +1,5 @@
-// Fuzz target: slewonvif's credential checks. The first line of the input is
-// an HTTP Digest Authorization header; the rest, a WS-Security element with
-// its UsernameToken. Also the number, time and duration readers.
+// Fuzz target: slewonvif's credential checks and readers. First line: a Digest
+// Authorization header; the rest: a WS-Security element with its UsernameToken.
 #include <pugixml.hpp>
 
 #include <cstddef>

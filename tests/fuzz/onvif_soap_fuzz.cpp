@@ -1,6 +1,5 @@
-// Fuzz target: slewonvif's request handler. An input whose first byte is
-// even is a whole request as posted; odd, the rest is the Body's content,
-// sent with a valid UsernameToken so that the operations themselves run.
+// Fuzz target: slewonvif's request handler. First byte even: the rest is a whole
+// request; odd: the Body's content, sent with a valid UsernameToken.
 #include <cstddef>
 #include <cstdint>
 #include <ctime>

@@ -1,6 +1,5 @@
-// Fuzz target: the bus socket's line protocol. Arbitrary bytes go through the
-// line reader, every line (and the whole input) through the value
-// unescaping; whatever unescapes must escape and unescape back to itself.
+// Fuzz target: the bus socket's line reader and value unescaping; whatever
+// unescapes must escape and unescape back to itself.
 #include <unistd.h>
 
 #include <cstdlib>

@@ -1,7 +1,5 @@
-// Fuzz target: the bus values a frame is drawn from. Each line is one write:
-// its first byte picks a key the frame shows, the rest (at most 127
-// characters) is the value. Any numbers, none, or text where a number
-// belongs must give a picture, not a fault.
+// Fuzz target: the bus values a frame is drawn from, one write a line: the first
+// byte picks the key, the rest (at most 127 characters) is the value.
 #include <cstdint>
 #include <map>
 #include <string>

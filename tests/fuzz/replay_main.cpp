@@ -1,7 +1,6 @@
 // Replays fuzz inputs without libFuzzer, so that every build (sanitizers
 // included) runs the seeds and past findings: each file named, or in a folder
-// named (in a fixed order), once through the target. A missing one is a
-// target without findings yet.
+// named (sorted), once through the target. A missing one is a target without findings yet.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -21,12 +20,9 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; i++) {
     std::error_code ec;
     std::vector<fs::path> files;
-    if (fs::is_directory(argv[i], ec)) {
-      for (const auto& entry : fs::directory_iterator(argv[i])) files.push_back(entry.path());
-      std::sort(files.begin(), files.end());
-    } else if (fs::exists(argv[i], ec)) {
-      files.push_back(argv[i]);
-    }
+    if (fs::is_directory(argv[i], ec)) files.assign(fs::directory_iterator(argv[i]), fs::directory_iterator());
+    else if (fs::exists(argv[i], ec)) files.push_back(argv[i]);
+    std::sort(files.begin(), files.end());
     for (const fs::path& file : files) {
       std::ifstream in(file, std::ios::binary);
       if (!in) return fprintf(stderr, "%s: cannot read %s\n", argv[0], file.c_str()), 1;

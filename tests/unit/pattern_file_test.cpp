@@ -66,44 +66,31 @@ class PatternRecording : public DaemonTest {
  protected:
   void SetUp() override {
     DaemonTest::SetUp();
-    old_root_ = sim::sandbox_root();
-    sim::sandbox_set_root(root_.c_str());
+    sim::sandbox_set_root(tmp_.path.c_str());
     ASSERT_EQ(sim::sandbox_make_camera_folders(), 0);
   }
-  void TearDown() override {
-    sim::sandbox_set_root(old_root_.c_str());
-    giPatternRec = 0;
-    giNewMode = kModeIdle;
-  }
-  std::string Stored(int id) { return simtest::ReadText(root_ + "/mnt/nand/pattern" + std::to_string(id) + ".path"); }
+  void TearDown() override { sim::sandbox_set_root(old_root_.c_str()), giPatternRec = 0, giNewMode = kModeIdle; }
   simtest::TempDir tmp_;
-  std::string root_ = tmp_.path, old_root_;
+  std::string old_root_ = sim::sandbox_root();
 };
 
+// Numbers below one are refused; one recording at a time; replayed lines are recorded one line each.
 TEST_F(PatternRecording, ReplayedLinesAreRecordedOneLineEach) {
-  char key[] = "ptz.pattern.action", rec[] = "rec6", stop[] = "stop";
+  char key[] = "ptz.pattern.action";
+  for (std::string value : {"rec", "rec0", "rec-3", "recx"}) OnPatternAction(key, value.data());
+  EXPECT_EQ(giPatternRec.load(), 0);
+  EXPECT_EQ(Count("ptz.pattern.record_time"), 0);
+  char rec[] = "rec6", stop[] = "stop", replayed[] = "abs:10,4915,0\n";
   OnPatternAction(key, rec);
   ASSERT_EQ(giPatternRec.load(), 1);
-  EXPECT_EQ(PatternRecStart("rec6"), -1);  // one recording at a time
-  char replayed[] = "abs:10,4915,0\n";
+  EXPECT_EQ(PatternRecStart("rec6"), -1);
   OnRunMode(nullptr, replayed);
   OnPatternAction(key, stop);
   EXPECT_EQ(giPatternRec.load(), 0);
-  std::string file = Stored(6);
+  std::string file = simtest::ReadText(tmp_.path / "mnt/nand/pattern6.path");
   EXPECT_NE(file.find("\nabs:10,4915,0\n0\n"), std::string::npos) << file;
-  EXPECT_EQ(Count("set ptz.pattern.record_time=-1"), 1);
   OnPatternAction(key, stop);  // nothing under way: no second "-1"
   EXPECT_EQ(Count("set ptz.pattern.record_time=-1"), 1);
-}
-
-TEST_F(PatternRecording, NumbersBelowOneAreRefused) {
-  char key[] = "ptz.pattern.action";
-  for (const char* value : {"rec", "rec0", "rec-3", "recx"}) {
-    std::string text = value;
-    OnPatternAction(key, text.data());
-    EXPECT_EQ(giPatternRec.load(), 0) << value;
-  }
-  EXPECT_EQ(Count("ptz.pattern.record_time"), 0);
 }
 
 }  // namespace

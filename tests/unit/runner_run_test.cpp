@@ -31,35 +31,27 @@ using simtest::ReadText;
 
 struct Outcome {
   int status;
-  std::string report;      // what slewsim printed
-  std::string transcript;
+  std::string report, transcript;  // what slewsim printed; dir_/t.txt
 };
 
 class RunnerRun : public ::testing::Test {
  protected:
   // Runs scenario texts through the slewsim command line with FakeDaemon.
-  Outcome Run(const std::vector<std::string>& texts, std::vector<std::string> options = {}) {
-    std::vector<std::string> words{"slewsim"};
-    words.insert(words.end(), options.begin(), options.end());
+  Outcome Run(const std::vector<std::string>& texts, std::vector<std::string> words) {
+    words.insert(words.begin(), "slewsim");
     for (size_t i = 0; i < texts.size(); ++i) {
-      std::string path = dir_ + "/case" + std::to_string(i) + ".scn";
-      std::ofstream(path) << texts[i];
-      words.push_back(path);
+      words.push_back(dir_ + "/case" + std::to_string(i) + ".scn");
+      std::ofstream(words.back()) << texts[i];
     }
     std::vector<char*> argv;
     for (std::string& w : words) argv.push_back(w.data());
     FILE* out = tmpfile();
-    Outcome o;
-    o.status = sim::slewsim_main(static_cast<int>(argv.size()), argv.data(), FakeDaemon, out, out);
-    rewind(out);
-    for (int c; (c = fgetc(out)) != EOF;) o.report += static_cast<char>(c);
+    int status = sim::slewsim_main(static_cast<int>(argv.size()), argv.data(), FakeDaemon, out, out);
+    Outcome o{status, simtest::ReadAll(out), ReadText(dir_ + "/t.txt")};
     fclose(out);
-    o.transcript = ReadText(dir_ + "/t.txt");
     return o;
   }
-  // One scenario with its transcript kept in dir_/t.txt.
   Outcome Run(const std::string& text) { return Run({text}, {"--transcript", dir_ + "/t.txt"}); }
-  // Checks that the report of one scenario has piece in it.
   void Reports(const std::string& text, const std::string& piece) {
     std::string report = Run(text).report;
     EXPECT_NE(report.find(piece), std::string::npos) << report;

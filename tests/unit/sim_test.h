@@ -1,5 +1,4 @@
-// Shared pieces of the simulated camera's unit tests: the usual headers, a
-// private folder, and readers of files, the bus and the transcript.
+// Shared pieces of the simulated camera's unit tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -39,7 +38,15 @@ inline std::string ReadText(const fs::path& path) {
   return text.str();
 }
 
-// The value at key, or "<none>".
+// Everything written to a FILE* so far.
+inline std::string ReadAll(FILE* f) {
+  fflush(f);
+  rewind(f);
+  std::string text;
+  for (int c; (c = fgetc(f)) != EOF;) text += static_cast<char>(c);
+  return text;
+}
+
 inline std::string Bus(const char* key) {
   char v[128] = "";
   return sim::bus_read(key, v, sizeof v) ? v : "<none>";
@@ -52,13 +59,6 @@ inline std::vector<std::string> LinesSince(size_t first) {
   return lines;
 }
 
-// How many of those contain text.
-inline int CountSince(size_t first, const std::string& text) {
-  int n = 0;
-  for (const std::string& line : LinesSince(first)) n += line.find(text) != std::string::npos;
-  return n;
-}
-
 // A fresh in-memory bus in virtual time, getters left out of the transcript.
 class SimTest : public ::testing::Test {
  protected:
@@ -67,20 +67,17 @@ class SimTest : public ::testing::Test {
     sim::set_verbose(false);
     ASSERT_EQ(sim::bus_open(":memory:"), 0);
   }
-  void TearDown() override {
-    sim::set_verbose(false);
-    sim::bus_close();
-  }
+  void TearDown() override { sim::set_verbose(false), sim::bus_close(); }
 };
 
-// Powers the camera on, with calibration off unless the knobs say otherwise.
+// Powers the camera on, calibration off unless the knobs say otherwise.
 inline void PowerOn(std::vector<std::pair<const char*, const char*>> knobs = {}) {
   knobs.insert(knobs.begin(), {{"sim.pan.cali_s", "0"}, {"sim.tilt.cali_s", "0"}});
   for (auto& [key, value] : knobs) sim::bus_put(key, value);
   sim::world_init();
 }
 
-// n steps of the world, 10 ms each.
+// n world steps of 10 ms.
 inline void Steps(int n) {
   for (int i = 0; i < n; i++) sim::world_step(sim::kWorldStepNs);
 }

@@ -1,9 +1,9 @@
-// Motorola S-record text of a byte image, and the CRC the controller should
-// end with, for tests and benchmarks of the firmware update.
+// S-record text of a byte image and the CRC the controller should end with.
 #pragma once
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -17,7 +17,7 @@ inline std::string Records(const std::vector<uint8_t>& data, size_t perRecord = 
   std::string text = "S00F000068656C6C6F202020202000003C\n";
   char hex[3];
   for (size_t at = 0; at < data.size(); at += perRecord) {
-    size_t count = data.size() - at < perRecord ? data.size() - at : perRecord;
+    size_t count = std::min(data.size() - at, perRecord);
     uint32_t addr = 0x08000000u + static_cast<uint32_t>(at);
     std::vector<uint8_t> body{uint8_t(count + 5), uint8_t(addr >> 24), uint8_t(addr >> 16), uint8_t(addr >> 8),
                               uint8_t(addr)};
