@@ -57,7 +57,7 @@ test_file() {
     *)
       local suite=${name#*/}; suite=${suite%%.*}
       local file; file=$(grep -rlE "TEST(_F|_P)?\\($suite," "$root/tests" --include='*.cpp' | head -n1 || true)
-      echo "${file#"$root"/}"
+      [ -n "$file" ] && echo "${file#"$root"/}" || echo "$name (no longer in tests/)"
       ;;
   esac
 }
@@ -167,7 +167,7 @@ report() {
       killed)
         judged=$((judged + 1)) killed=$((killed + 1))
         local files; files=$(tr ',' '\n' <<<"$caught" | while read -r t; do test_file "$t"; done | sort -u)
-        [ "$(wc -l <<<"$files")" -eq 1 ] && alone[$files]+="$n "
+        [ -n "$files" ] && [ "$(wc -l <<<"$files")" -eq 1 ] && alone[$files]+="$n "
         ;;
       survived) judged=$((judged + 1)) survivors+="$n " ;;
     esac
