@@ -11,16 +11,8 @@ int RunPreview(const std::string& state, const std::string& args, std::string* o
   return status;
 }
 
-// The store's file and log, as one fingerprint (size and hash of each).
-std::string StoreFingerprint(const std::string& state) {
-  std::string print;
-  for (const char* name : {"/bus.db", "/bus.db-wal"}) {
-    std::stringstream all;
-    all << std::ifstream(state + name, std::ios::binary).rdbuf();
-    print += std::to_string(all.str().size()) + ":" + std::to_string(std::hash<std::string>{}(all.str())) + " ";
-  }
-  return print;
-}
+// The store's file and log, byte for byte.
+std::string StoreFingerprint(const std::string& state) { return FileText(state + "/bus.db") + "|" + FileText(state + "/bus.db-wal"); }
 
 using Preview = SlewdProcess;
 

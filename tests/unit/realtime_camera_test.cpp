@@ -174,7 +174,9 @@ class RealtimeWorld : public RealtimeCamera {
   }
 };
 
-TEST_F(RealtimeWorld, ACallSeesTheHeadWhereItIsAtThatMoment) {
+// A call sees the head where it is at that moment; the thread sleeps while nothing is due
+// however often the daemon calls, and brings a move to its end with no call.
+TEST_F(RealtimeWorld, CallsSeeTheMomentAndTheThreadSleepsWhileNothingIsDue) {
   ASSERT_EQ(PanContinuousMove(0, 7200), 0);  // 65535 steps a second
   int first = 0, second = 0;
   GetPanPos(&first);
@@ -182,11 +184,6 @@ TEST_F(RealtimeWorld, ACallSeesTheHeadWhereItIsAtThatMoment) {
   GetPanPos(&second);
   EXPECT_NE(first, second);  // a world stepped every 10 ms would mostly repeat
   PanContinuousMove(0, 0);
-}
-
-// The thread sleeps while nothing is due however often the daemon calls, and brings a move
-// to its end with no call.
-TEST_F(RealtimeWorld, TheThreadSleepsWhileNothingIsDueAndEndsAMoveWithNoCall) {
   ASSERT_TRUE(AwaitThreadIdle());
   int64_t wakes = sim::world_thread_wakes();
   for (int i = 0; i < 20; i++) {

@@ -73,10 +73,7 @@ class VideoStream : public SlewdProcess {
       _exit(127);
     }
     std::string text;
-    for (int i = 0; i < 300 && (text.find("\nhttp ") == std::string::npos || text.back() != '\n'); ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-      text = Output("cat " + state_ + "/video.out");
-    }
+    Await([&] { return (text = FileText(state_ + "/video.out")).find("\nhttp ") != std::string::npos && text.back() == '\n'; }, 30);
     std::istringstream lines(text);
     for (std::string word; lines >> word;) (word == "rtsp" ? lines >> rtsp_ : word == "http" ? lines >> http_ : lines);
     ASSERT_FALSE(http_.empty()) << "slewvideo printed no URLs: " << text;
