@@ -1,14 +1,11 @@
-// The daemon's own code allocates nothing from the heap once started: slewd
-// runs in virtual time in-process, and this test's allocator counts what is
-// allocated while the thread is in the daemon's code and not inside one of
-// the camera's library calls (sim::t_platform_depth 0), through an idle
-// minute and a minute of commands.
+// Once started, the daemon's own code (not the camera's library calls) allocates nothing
+// from the heap through an idle virtual minute and a minute of commands.
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <stdlib.h>
 
 #include <atomic>
-#include <cstdio>
+#include <map>
 #include <string>
 
 #include "control/control.h"
@@ -26,7 +23,7 @@ void* __libc_memalign(size_t alignment, size_t size);
 namespace {
 
 std::atomic<bool> g_counting{false};  // the measured window is open
-std::atomic<long> g_allocations{0};   // made by the daemon's code in it
+std::atomic<long> g_allocations{0};
 std::atomic<void*> g_first_caller{nullptr};
 
 void Note(void* caller) {
@@ -36,7 +33,6 @@ void Note(void* caller) {
 
 }  // namespace
 
-// Each notes its caller, then allocates as glibc would.
 #define COUNTED(call) (Note(__builtin_return_address(0)), call)
 extern "C" {
 void* malloc(size_t size) noexcept { return COUNTED(__libc_malloc(size)); }
@@ -52,16 +48,13 @@ int posix_memalign(void** out, size_t alignment, size_t size) noexcept {
 
 namespace {
 
-constexpr double kStartCountingS = 30;  // bring-up is over well before
-constexpr double kIdleS = 60;           // the idle minute
-constexpr double kCommandsS = 60;       // then a command every 2 s
+constexpr double kStartCountingS = 30, kIdleS = 60, kCommandsS = 60;  // a command every 2 s in the last
 
 const char* const kCommands[] = {"manual:100,0,0", "stop", "abs:30000,5000,4000", "manual:-50,30,0",
                                  "relative:1000,-500", "set_preset:1", "go_preset:1", "manual:0,0,1",
                                  "stop", "scan:1", "stop", "patrol:1", "stop"};
 
-// Run between virtual steps (inside a daemon's sleep, so not counted): opens
-// the window, sends the commands, ends.
+// Between virtual steps (in a daemon's sleep, not counted): the window, the commands, the end.
 void Outside() {
   static int sent = 0;
   double t = sim::daemon_seconds();
@@ -72,11 +65,7 @@ void Outside() {
     giExitFlag = 1;
     return;
   }
-  if (into_commands >= 2.0 * sent) {
-    const char* command = kCommands[sent % (sizeof kCommands / sizeof kCommands[0])];
-    sim::bus_write(sim::Origin::External, "ptz.run_mode", command);
-    sent++;
-  }
+  if (into_commands >= 2.0 * sent) sim::bus_write(sim::Origin::External, "ptz.run_mode", kCommands[sent++ % std::size(kCommands)]);
 }
 
 void AllocateOnce() {
@@ -107,9 +96,10 @@ TEST(DaemonHeap, NoAllocationAfterStartUpIdleOrCommanded) {
   sim::transcript_keep(false);
   sim::sandbox_set_root(root);
   ASSERT_EQ(sim::bus_open(":memory:"), 0);
-  sim::bus_put("ptz.system.max_speed", "720");
-  sim::bus_put("ptz.manual.pan_speed", "90");
-  sim::bus_put("ptz.manual.tilt_speed", "90");
+  for (const auto& [key, value] : std::map<const char*, const char*>{
+           {"ptz.system.max_speed", "720"}, {"ptz.manual.pan_speed", "90"}, {"ptz.manual.tilt_speed", "90"}}) {
+    sim::bus_put(key, value);
+  }
   sim::world_init();
   sim::mark_daemon_start();
   sim::set_step_hook(Outside);
@@ -120,8 +110,7 @@ TEST(DaemonHeap, NoAllocationAfterStartUpIdleOrCommanded) {
   EXPECT_GE(sim::daemon_seconds(), kStartCountingS + kIdleS + kCommandsS);
   EXPECT_EQ(g_allocations.load(), 0) << "first from the code at " << g_first_caller.load()
                                      << " (addr2line -e daemon_heap_test)";
-  std::string cleanup = std::string("rm -rf ") + root;
-  EXPECT_EQ(system(cleanup.c_str()), 0);
+  EXPECT_EQ(system((std::string("rm -rf ") + root).c_str()), 0);
 }
 
 }  // namespace

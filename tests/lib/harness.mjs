@@ -1,5 +1,4 @@
-// What the tool tests' Node clients share: polling, the bus through slewctl
-// (on $SLEWD_STATE) and cases reported one by one.
+// Shared by the Node clients: polling, the bus through slewctl, cases reported one by one.
 import { execFile } from 'node:child_process';
 import { promisify } from 'node:util';
 
@@ -21,8 +20,7 @@ export const busOf = (slewctl) => ({
   get: (key) => run(slewctl, ['get', key]).then((r) => r.stdout.trim(), () => ''),
   set: (key, value) => run(slewctl, ['set', key, value]),
 });
-// Runs one case; a failure is recorded and the next case still runs. The case
-// may hand back a note for its line, or "skip".
+// Runs one case (a failure is recorded, the next still runs); it may return a note or "skip".
 export async function check(name, body) {
   try {
     const note = await body();

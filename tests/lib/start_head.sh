@@ -1,7 +1,5 @@
-# Sourced by the tool tests' runners (run_*.sh BUILD_FOLDER ...): slewd, slewvideo
-# and one server on free ports on a fresh state folder, ended by process id on exit.
+# Sourced by run_*.sh BUILD_FOLDER: slewd, slewvideo and a server on free ports, ended by pid on exit.
 set -Eeuo pipefail
-# A command that stops the runner under set -e names itself.
 trap '_failed=$?; echo "FAIL: $(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $_failed" >&2' ERR
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
@@ -13,8 +11,7 @@ need() {
   for c in "$@"; do command -v "$c" >/dev/null || "$root/scripts/install-deps.sh" || true; done
   for c in "$@"; do command -v "$c" >/dev/null || { echo "SKIP: $c is not installed and could not be installed"; exit 77; }; done
 }
-# npm ci in the runner's folder when package is missing; one install at a time
-# (the plain and sanitizer suites may start together).
+# npm ci when package is missing, one at a time (suites may start together).
 npm_ci() {
   [ -d "$here/node_modules/$1" ] || (cd "$here" && flock /tmp/slew-tools-npm.lock sh -c \
     "[ -d node_modules/$1 ] || npm ci --no-audit --no-fund --loglevel=error")
@@ -36,16 +33,13 @@ start_head() {
   trap cleanup EXIT
   export SLEWD_STATE="$state/cam"
   start_slewd
-  # GStreamer keeps allocations for the life of the process on purpose: no leak report.
   ASAN_OPTIONS=detect_leaks=0 "$build/slewvideo" --rtsp 127.0.0.1:0 --http 127.0.0.1:0 >"$state/video.out" 2>&1 &
   video_pid=$!
   rtsp=$(await_line "$state/video.out" 'rtsp://127.0.0.1:[0-9]*')
   http=$(await_line "$state/video.out" 'http://127.0.0.1:[0-9]*')
 }
-# Starts the server program named with its arguments, its output in $state/server.out.
 start_server() { server=$1; shift; "$build/$server" "$@" >"$state/server.out" 2>&1 & server_pid=$!; }
-# Ends the server, which must end cleanly on SIGTERM (under the sanitizers: with
-# no report), and exits with status (1 when the server did not).
+# Ends the server (it must end cleanly on SIGTERM) and exits with status, 1 if it did not.
 finish() {
   local status=$1 ended=0
   kill -TERM "$server_pid"

@@ -1,13 +1,8 @@
 #!/usr/bin/env bash
-# Builds the Debian package, unpacks it into a scratch root, runs the unpacked
-# slewsim on a scenario (its transcript must match the build's own) and
-# verifies the systemd units where systemd-analyze exists. In a cross-build
-# the programs run through the EMULATOR command.
-# Usage: install_package_test.sh BUILD_DIR SOURCE_DIR [EMULATOR...]
+# install_package_test.sh BUILD_DIR SOURCE_DIR [EMULATOR...]: the Debian package unpacked into a
+# scratch root, its slewsim's transcript equal to the build's, its systemd units verified.
 set -Eeuo pipefail
-build=$1
-source=$2
-emulator=("${@:3}")
+build=$1 source=$2 emulator=("${@:3}")
 scratch=$(mktemp -d "${TMPDIR:-/tmp}/slewd-package.XXXXXX")
 trap 'rm -rf "$scratch"' EXIT
 root=$scratch/root
@@ -35,8 +30,7 @@ grep -q '^PASS ' "$scratch/run.log" || fail "installed slewsim did not pass $sce
 "${emulator[@]}" "$build/slewsim" --transcript "$scratch/built.txt" "$scenario" >/dev/null
 cmp -s "$scratch/installed.txt" "$scratch/built.txt" || fail "installed and built transcripts differ"
 
-# The units as installed, their programs in the scratch root; any word from
-# the verifier (it warns and still exits 0) is a fault.
+# The units with their programs in the scratch root; any word from the verifier is a fault.
 if command -v systemd-analyze >/dev/null; then
   mkdir "$scratch/units"
   for unit in "$root"/usr/lib/systemd/system/*.service; do

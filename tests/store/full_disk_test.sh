@@ -1,9 +1,6 @@
 #!/usr/bin/env bash
-# A real full file system under the store: in a private mount namespace the
-# state folder is a 1 MiB tmpfs, filled while slewd runs. stop is obeyed, a
-# save is refused naming the cause and never shown, the change is said once,
-# writes resume by themselves. Exits 77 when the namespace cannot be made.
-# full_disk_test.sh BUILD_FOLDER
+# full_disk_test.sh BUILD_FOLDER: the state folder a 1 MiB tmpfs (own mount namespace, else 77),
+# filled under slewd: stop obeyed, a save refused naming the cause and never shown, said once, resumed.
 set -euo pipefail
 build=$(cd "$1" && pwd)
 if [ -z "${FULL_DISK_INSIDE:-}" ]; then
@@ -14,7 +11,6 @@ state=$(mktemp -d /tmp/full-disk.XXXXXX)
 mount -t tmpfs -o size=1m tmpfs "$state"
 export SLEWD_STATE=$state
 slewd_pid=""
-# Ends this script's slewd by its id; shows its stderr when the test failed.
 cleanup() {
   status=$?
   [ -n "$slewd_pid" ] && kill -9 "$slewd_pid" 2>/dev/null || true
@@ -27,7 +23,6 @@ cleanup() {
 trap cleanup EXIT
 fail() { echo "FAIL: $*"; exit 1; }
 ctl() { "$build/slewctl" "$@"; }
-# Waits up to 60 s until the command succeeds.
 await() { for _ in $(seq 600); do eval "$1" && return 0; sleep 0.1; done; fail "never: $1"; }
 value() { await "[ \"\$(ctl get $1 2>/dev/null)\" = $2 ]"; }
 start() {

@@ -1,34 +1,18 @@
-// The preview: the table of mode changes it prints for a stored schedule and
-// recover timer, read from a stopped camera's store; and a running camera
-// that is previewed keeps its store byte for byte, with no write on its bus.
-#include <cstdio>
-#include <fstream>
-#include <sstream>
-
-#include "slewd_process_fixture.h"
+// slewsim --preview: the table for a stopped camera's stored schedule and recover timer;
+// a running camera previewed keeps its store byte for byte, with no write on its bus.
+#include "realtime_fixture.h"
 
 namespace {
 
-// Runs slewsim --preview on the state folder with the arguments; its status and standard output.
+// slewsim --preview on the state folder: its exit status and standard output.
 int RunPreview(const std::string& state, const std::string& args, std::string* out) {
-  FILE* pipe = popen((std::string(SLEWSIM_PATH) + " --preview " + state + " " + args).c_str(), "r");
-  if (pipe == nullptr) return -1;
-  char buffer[4096];
-  out->clear();
-  for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) out->append(buffer, n);
-  return pclose(pipe);
+  int status = -1;
+  *out = Output(std::string(SLEWSIM_PATH) + " --preview " + state + " " + args, &status);
+  return status;
 }
 
-// The store's file and log, as one fingerprint (size and hash of each).
-std::string StoreFingerprint(const std::string& state) {
-  std::string print;
-  for (const char* name : {"/bus.db", "/bus.db-wal"}) {
-    std::stringstream all;
-    all << std::ifstream(state + name, std::ios::binary).rdbuf();
-    print += std::to_string(all.str().size()) + ":" + std::to_string(std::hash<std::string>{}(all.str())) + " ";
-  }
-  return print;
-}
+// The store's file and log, byte for byte.
+std::string StoreFingerprint(const std::string& state) { return FileText(state + "/bus.db") + "|" + FileText(state + "/bus.db-wal"); }
 
 using Preview = SlewdProcess;
 

@@ -1,7 +1,5 @@
-// A real slewd on the real-time camera: commands from other processes while
-// its loop runs (under ThreadSanitizer, the test of the shared control state),
-// orderly ends, and abuse through its socket. No check depends on how long
-// anything took.
+// A real slewd: commands from other processes while its loop runs (under TSan, the test
+// of the shared control state), orderly ends, abuse through its socket. No timing checks.
 #include <atomic>
 
 #include "realtime_fixture.h"
@@ -10,8 +8,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A number from /proc/PID/FILE: the CPU seconds used ("stat"), or the
-// resident MiB ("status").
+// From /proc/PID/FILE: CPU seconds ("stat") or resident MiB ("status").
 double ProcFigure(pid_t pid, const std::string& file) {
   std::string all = FileText("/proc/" + std::to_string(pid) + "/" + file);
   if (file == "status") return std::stod(all.substr(all.find("VmRSS:") + 6)) / 1024.0;
@@ -26,10 +23,7 @@ double ProcFigure(pid_t pid, const std::string& file) {
 // The first line each connection receives ("" if none came in its 10 s).
 std::vector<std::string> FirstLines(const std::vector<int>& fds) {
   std::vector<std::string> lines(fds.size());
-  for (size_t i = 0; i < fds.size(); ++i) {
-    sim::LineReader reader(fds[i]);
-    if (!reader.next(&lines[i])) lines[i].clear();
-  }
+  for (size_t i = 0; i < fds.size(); ++i) if (!sim::LineReader(fds[i]).next(&lines[i])) lines[i].clear();
   return lines;
 }
 
@@ -42,7 +36,7 @@ TEST_F(RealtimeDaemon, CommandsFromAnotherProcessWhileTheLoopRunsAndTheEndOnSigt
   EXPECT_EQ(out.rfind("pan 12000 tilt 6000 zoom ", 0), 0u) << out;
   EXPECT_NE(out.find(" s\n"), std::string::npos) << "the time taken: " << out;
   EXPECT_EQ(Get("ptz.pan_pos"), "12000");
-  // A command that does not move: no start, so the wait times out.
+  // No move, so no start: the wait times out.
   EXPECT_EQ(Ctl({"run", "lock:-1", "--wait", "--timeout", "0.5"}, &out, &err), sim::kCtlTimeout);
   EXPECT_EQ(err, "slewctl: the move did not start within 0.5 s\n");
 
@@ -77,8 +71,7 @@ TEST_F(RealtimeDaemon, KillDuringRecordingLeavesTheStoredPattern) {
   EXPECT_EQ(FileText(stored), kStoredText);  // untouched: no copy before the end
 }
 
-// set_track_run moves the head on the bus thread while the loop waits in its
-// own move: the two must not race. Ends on SIGINT.
+// set_track_run moves the head on the bus thread while the loop waits in its own move.
 TEST_F(RealtimeDaemon, SetTrackRunMovesWhileTheLoopMovesAndTheEndOnSigint) {
   Put({{"ptz.preset.position.0", "id:6,pan:30000,tilt:8000,zoom:2000,focus:-1,pref:-1,name:T"},
        {"ptz.system.max_speed", "100"}});
@@ -97,19 +90,16 @@ TEST_F(RealtimeDaemon, SetTrackRunMovesWhileTheLoopMovesAndTheEndOnSigint) {
 using RealtimeAbuse = SlewdProcess;
 
 TEST_F(RealtimeAbuse, OutOfDescriptorsNeitherSpinsNorLocksOut) {
-#if defined(__SANITIZE_ADDRESS__)
-  // UBSan reports through a pipe; out of descriptors it takes every virtual
-  // call for a bad one. The plain and TSan suites run this.
+#if defined(__SANITIZE_ADDRESS__)  // UBSan, out of descriptors, takes every virtual call for a bad one
   GTEST_SKIP() << "the sanitizer's own checks need descriptors";
 #endif
-  StartDaemon(64);
-  ASSERT_TRUE(AwaitTranscript("out in loop"));
+  StartAndAwaitLoop("out in loop", 64);
   std::vector<int> fds;
   for (int i = 0; i < 60; ++i) {
     fds.push_back(Connect());
     ASSERT_GE(fds.back(), 0);
+    sim::proto_send(fds.back(), "get ptz.status\n");
   }
-  for (int fd : fds) sim::proto_send(fd, "get ptz.status\n");
   int served = 0, refused = 0;
   for (const std::string& line : FirstLines(fds)) {
     served += line.rfind("value ", 0) == 0;
@@ -153,15 +143,12 @@ TEST_F(RealtimeAbuse, StopFromAnotherClientCutsThroughAFlood) {
     stopped = Get("ptz.status") == "0";
     acked_then = acked;
   }
-  double ms = std::chrono::duration<double, std::milli>(Clock::now() - sent).count();
   sender.join();
   shutdown(flood_fd, SHUT_RDWR);
   reader.join();
   close(flood_fd);
   ASSERT_TRUE(stopped);
-  EXPECT_LT(acked_then, kFlood) << "stop acted on " << ms << " ms after it was sent, "
-                                << "only once the flood was over";
-  RecordProperty("stop_ms", std::to_string(ms));
+  EXPECT_LT(acked_then, kFlood) << "stop acted only once the flood was over";
 }
 
 using StuckWatchers = SlewdProcess;
@@ -195,20 +182,16 @@ TEST_F(StuckWatchers, MemoryStaysBoundedAndEachCutOffWatcherIsTold) {
     for (int j = 0; j < 100; ++j) ASSERT_TRUE(replies.next(&reply) && reply == "ok") << reply;
   }
   close(writer);
-  double rss = ProcFigure(pid_, "status");
-  RecordProperty("rss_mib", std::to_string(rss));
-  // Sanitizers and an emulator hold memory of their own: the native bound.
+  // Sanitizers and an emulator hold memory of their own: the native bound only.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(SLEWD_EMULATED)
-  EXPECT_LT(rss, 64.0) << "MiB resident with " << kWatchers << " stuck watchers";
+  EXPECT_LT(ProcFigure(pid_, "status"), 64.0) << "MiB resident with " << kWatchers << " stuck watchers";
 #endif
-  // Each watcher, read at last, finds its changes end in the one error line.
-  int told = 0;
+  int told = 0;  // each watcher's changes end in the one error line
   for (int fd : watchers) {
     sim::set_socket_timeout(fd, 10);
     sim::LineReader reader(fd);
     std::string line;
-    while (reader.next(&line) && line.rfind("change x.flood=", 0) == 0) {
-    }
+    while (reader.next(&line) && line.rfind("change x.flood=", 0) == 0) continue;
     told += line == "error too many changes unread";
     close(fd);
   }

@@ -1,6 +1,5 @@
-// What the real-time tests share: slewctl run in this process, the in-process
-// camera (RealtimeCamera) and a real slewd (SlewdProcess), each on a scratch
-// state folder of its own. Every wait is bounded.
+// Shared by the real-time tests: slewctl in-process, the in-process camera
+// (RealtimeCamera), a real slewd (SlewdProcess); scratch folders, bounded waits.
 #pragma once
 
 #include <fcntl.h>
@@ -13,6 +12,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <sstream>
 #include <thread>
 
 #include "bus/bus_client.h"
@@ -25,7 +25,7 @@ inline int RunSlewctl(const std::string& state, std::vector<std::string> words,
                       std::string* out = nullptr, std::string* err = nullptr) {
   std::vector<char*> argv{const_cast<char*>("slewctl")};
   for (std::string& w : words) argv.push_back(w.data());
-  char *texts[2] = {nullptr, nullptr};
+  char* texts[2] = {};
   size_t lens[2];
   FILE* files[2] = {open_memstream(&texts[0], &lens[0]), open_memstream(&texts[1], &lens[1])};
   int status = sim::slewctl_run(state, static_cast<int>(argv.size()), argv.data(), files[0], files[1]);
@@ -38,10 +38,20 @@ inline int RunSlewctl(const std::string& state, std::vector<std::string> words,
 }
 
 inline std::string FileText(const std::string& path) {
-  std::ifstream in(path);
   std::stringstream all;
-  all << in.rdbuf();
+  all << std::ifstream(path).rdbuf();
   return all.str();
+}
+
+// A shell command's standard output; its exit status in *status.
+inline std::string Output(const std::string& command, int* status = nullptr) {
+  FILE* pipe = popen(command.c_str(), "r");
+  std::string out;
+  char buf[65536];
+  for (size_t n; pipe != nullptr && (n = fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
+  int s = pipe != nullptr ? pclose(pipe) : -1;
+  if (status) *status = WIFEXITED(s) ? WEXITSTATUS(s) : -1;
+  return out;
 }
 
 // Whether done() comes true within seconds, polling every 10 ms.
@@ -52,7 +62,7 @@ inline bool Await(const std::function<bool()>& done, int seconds = 60) {
   return false;
 }
 
-// A scratch state folder of the test's own, removed after it; slewctl on it.
+// A scratch state folder, removed after the test; slewctl on it.
 class ScratchState : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -88,8 +98,7 @@ class RealtimeCamera : public ScratchState {
   }
 };
 
-// A real slewd process on a folder whose store starts with the settings the
-// tests drive (calibration off, so the head moves at once).
+// A real slewd on a store with the tests' settings (calibration off: it moves at once).
 class SlewdProcess : public ScratchState {
  protected:
   void SetUp() override {
@@ -107,8 +116,7 @@ class SlewdProcess : public ScratchState {
     for (const auto& [key, value] : rows) sim::bus_put(key.c_str(), value.c_str());
     sim::bus_close();
   }
-  // Starts slewd on state; with files > 0 its descriptor limit is that low,
-  // with err its stderr goes to that file.
+  // Starts slewd on state; files > 0: that descriptor limit; err: its stderr file.
   static pid_t Spawn(const std::string& state, rlim_t files = 0, const std::string& err = "") {
     pid_t pid = fork();
     if (pid == 0) {
@@ -123,12 +131,9 @@ class SlewdProcess : public ScratchState {
     }
     return pid;
   }
-  void StartDaemon(rlim_t files = 0) {
+  void StartAndAwaitLoop(const char* line = "out in loop", rlim_t files = 0) {
     std::filesystem::remove(state_ + "/transcript.log");  // or an earlier run answers
     pid_ = Spawn(state_, files);
-  }
-  void StartAndAwaitLoop(const char* line = "out in loop") {
-    StartDaemon();
     ASSERT_TRUE(AwaitTranscript(line));
   }
   // Sends signo and reaps slewd; its wait status.
@@ -149,10 +154,8 @@ class SlewdProcess : public ScratchState {
     Ctl({"get", key}, &out);
     return out.substr(0, out.find('\n'));
   }
-  bool AwaitValue(const char* key, const char* value) {
-    return Await([&] { return Get(key) == value; });
-  }
-  // Every key of the store at path, as a restart would load it.
+  bool AwaitValue(const char* key, const char* value) { return Await([&] { return Get(key) == value; }); }
+  // Every key of the store at path, as a restart loads it.
   static std::map<std::string, std::string> StoredRows(const std::string& path) {
     std::map<std::string, std::string> rows;
     sim::clock_init(sim::ClockMode::Virtual);
@@ -175,15 +178,12 @@ class SlewdProcess : public ScratchState {
   // The preset list the running slewd's bus shows.
   std::vector<std::string> ShownPresets() {
     std::string out, line;
-    if (Ctl({"list", "ptz.preset.position."}, &out) != 0) return {};
     std::map<std::string, std::string> rows;
-    for (std::istringstream lines(out); std::getline(lines, line);) {
-      rows[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
-    }
+    Ctl({"list", "ptz.preset.position."}, &out);
+    for (std::istringstream lines(out); std::getline(lines, line);) rows[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
     return Presets(rows);
   }
-  // Starts slewd on state, expecting it to end by itself within 10 s; its
-  // exit status (-1 when it did not end), its stderr in *err.
+  // Starts slewd expecting it to end within 10 s: exit status (-1: did not), stderr in *err.
   static int RunSlewdToEnd(const std::string& state, std::string* err) {
     std::string err_path = state + ".err";
     pid_t pid = Spawn(state, 0, err_path);

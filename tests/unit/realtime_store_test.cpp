@@ -1,8 +1,5 @@
-// The store against a real slewd: a failing flash (commands obeyed, a write
-// that cannot be stored refused naming the cause and never shown), folders
-// slewd cannot use, damaged stores at start, and faults and kill -9s at every
-// point of a write: after a restart every acknowledged write is there and
-// nothing unacknowledged half-exists.
+// The store under a real slewd: flash faults, unusable folders, damaged stores, and
+// faults and kill -9s at every write point: acknowledged writes kept, none half-done.
 #include <sqlite3.h>
 #include <sys/stat.h>
 
@@ -15,12 +12,10 @@ namespace {
 // Names, sizes and modification times of everything in a folder.
 std::string Snapshot(const std::string& folder) {
   std::string all;
-  std::error_code ec;
-  for (const auto& e : std::filesystem::recursive_directory_iterator(folder, ec)) {
+  for (const auto& e : std::filesystem::recursive_directory_iterator(folder)) {
     struct stat st {};
     lstat(e.path().c_str(), &st);
-    all += e.path().string() + " " + std::to_string(st.st_size) + " " +
-           std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec) + "\n";
+    all += e.path().string() + " " + std::to_string(st.st_size) + " " + std::to_string(st.st_mtim.tv_nsec) + "\n";
   }
   return all;
 }
@@ -74,8 +69,7 @@ TEST_F(RealtimeStore, OneCameraPerFolderAndAFailedStartChangesNothing) {
   EXPECT_EQ(RunSlewdToEnd(state_, &err), 1);
   EXPECT_NE(err.find("another slewd is running on " + state_), std::string::npos) << err;
   EXPECT_EQ(Get("sim.store"), "ok");  // the first still answers on its socket
-  // A slewd that does not answer: --timeout bounds run --wait's calls too,
-  // and a set that timed out may still be applied.
+  // A stopped slewd: --timeout bounds run --wait, and a timed-out set may still apply.
   kill(pid_, SIGSTOP);
   EXPECT_EQ(Ctl({"--timeout", "1", "run", "stop", "--wait"}, nullptr, &err), sim::kCtlTimeout);
   EXPECT_NE(err.find("no answer from slewd within 1 s"), std::string::npos) << err;
@@ -113,8 +107,7 @@ using StoreDamage = SlewdProcess;
 
 TEST_F(StoreDamage, EachIsRestoredFromTheCopyOrTheFactoryNamingTheLoss) {
   const std::string store = state_ + "/bus.db", base = state_ + ".base";
-  // 60 presets, a start and an orderly stop (the good copy), then 5 more
-  // acknowledged presets and a kill: the log holds them.
+  // 60 presets, an orderly stop (the good copy), 5 more acknowledged and a kill (in the log).
   for (int i = 0; i < 60; ++i) {
     Put({{"ptz.preset.position.999", "id:" + std::to_string(i) + ",pan:" + std::to_string(100 * i) +
                                          ",tilt:0,zoom:0,focus:-1,pref:0,name:"}});
@@ -128,8 +121,7 @@ TEST_F(StoreDamage, EachIsRestoredFromTheCopyOrTheFactoryNamingTheLoss) {
   std::filesystem::remove(state_ + "/bus.sock");  // a socket cannot be copied
   std::filesystem::copy(state_, base, std::filesystem::copy_options::recursive);
 
-  // How the store is harmed (the log emptied into the main file first for
-  // all but the first), and what the check names.
+  // Each harm (all but the first after a checkpoint) and what the check names.
   const std::pair<void (*)(const std::string&), const char*> kDamages[] = {
       {[](const std::string& s) { std::filesystem::resize_file(s, 0); }, "main file empty beside a log"},
       {[](const std::string& s) { std::filesystem::resize_file(s, std::filesystem::file_size(s) / 2 + 100); },
@@ -166,7 +158,6 @@ TEST_F(StoreDamage, EachIsRestoredFromTheCopyOrTheFactoryNamingTheLoss) {
       if (with_copy) {
         EXPECT_NE(t.find("store restored from its last good copy"), std::string::npos);
         EXPECT_EQ(shown, 60u);
-        // The five presets after the copy are named lost, or the unread part is.
         EXPECT_TRUE(t.find("store: lost since the copy") != std::string::npos ||
                     t.find("could be read; what else changed since the copy") != std::string::npos);
       } else {
@@ -208,13 +199,11 @@ TEST_F(StoreSweep, EveryWritePointOfASaveAndASettingWithEachFaultAndKill) {
         ASSERT_EQ(Set("sim.store.fault", fault), 0);
         ++id;
         int status = op == 0 ? Ctl({"run", "set_preset:" + std::to_string(id)}) : Set(kSetting, std::to_string(id));
-        // The kill fault: slewd ends by itself (its socket closes a moment
-        // before it can be reaped).
+        // The kill fault: slewd ends by itself (the socket closes before it can be reaped).
         bool ended = status != 0 && Await([&] { return waitpid(pid_, nullptr, WNOHANG) == pid_; }, 1);
         if (ended) pid_ = -1;
         killed += ended;
         refused += status != 0 && !ended;
-        // What the bus shows of the write, and what a restart finds.
         auto shown = ended ? std::vector<std::string>{} : op == 0 ? ShownPresets() : std::vector{Get(kSetting)};
         Kill(SIGKILL);
         auto after = StoredRows(store);
@@ -227,9 +216,7 @@ TEST_F(StoreSweep, EveryWritePointOfASaveAndASettingWithEachFaultAndKill) {
         EXPECT_TRUE(stored || untouched) << "half a write";
         EXPECT_TRUE(status != 0 || stored) << "acknowledged and lost";
         EXPECT_TRUE(status == 0 || ended || untouched) << "refused yet stored";
-        if (!ended) {
-          EXPECT_EQ(shown, op == 0 ? list : std::vector{after[kSetting]});
-        }
+        if (!ended) { EXPECT_EQ(shown, op == 0 ? list : std::vector{after[kSetting]}); }
       }
     }
   }
@@ -247,10 +234,8 @@ std::map<int, std::string> Names(const std::vector<std::string>& list) {
   return names;
 }
 
-// 250 saves back to back, then kill -9s at random moments of a burst of
-// saves (SLEWD_STORE_KILLS of them, 100 unless set) and 20 right after the
-// fifth save is acknowledged: the stored list is always the state after some
-// prefix of the burst, every acknowledged save included.
+// 250 saves, then kill -9s at random in a burst of saves (SLEWD_STORE_KILLS, default 100)
+// and 20 right after the fifth ack: the store is always a prefix, every ack included.
 TEST_F(StoreSweep, SavesBackToBackAndKillsRightAfterAcknowledgedSavesLoseNone) {
   const int kills = getenv("SLEWD_STORE_KILLS") ? atoi(getenv("SLEWD_STORE_KILLS")) : 100;
   const std::string store = state_ + "/bus.db";
@@ -269,8 +254,7 @@ TEST_F(StoreSweep, SavesBackToBackAndKillsRightAfterAcknowledgedSavesLoseNone) {
     StartAndAwaitLoop("out in main loop");  // the listeners are in place
     std::map<int, std::string> state = Names(ShownPresets());
     ASSERT_GE(state.size(), 250u);
-    // set_preset on ids 300..309 with fresh names, one at a time.
-    std::vector<std::pair<int, std::string>> commands;  // read once the burst is joined
+    std::vector<std::pair<int, std::string>> commands;  // ids 300..309, fresh names; read once joined
     size_t acked = 0;
     int fd = Connect();
     ASSERT_GE(fd, 0);
@@ -284,11 +268,8 @@ TEST_F(StoreSweep, SavesBackToBackAndKillsRightAfterAcknowledgedSavesLoseNone) {
         if (!sim::proto_send(fd, line) || !replies.next(&reply) || reply != "ok") return;
       }
     });
-    if (after_ack) {
-      burst.join();
-    } else {
-      std::this_thread::sleep_for(std::chrono::microseconds(moment_us(random)));
-    }
+    if (after_ack) burst.join();
+    else std::this_thread::sleep_for(std::chrono::microseconds(moment_us(random)));
     Kill(SIGKILL);
     if (burst.joinable()) burst.join();
     close(fd);

@@ -40,25 +40,20 @@ TEST(SlewwebGuard, ListenAddressParsing) {
 // Host and Origin must name the served address, bodies must be JSON, and only some keys are writable.
 TEST(SlewwebGuard, WhatMayAct) {
   ServedAddress loop = Served("127.0.0.1:8080"), lan = Served("192.168.1.20:8080");
-  using Check = std::function<bool(const std::string&)>;
-  const Check host = [&](const std::string& h) { return slewweb::host_allowed(loop, h); };
-  const Check lan_host = [&](const std::string& h) { return slewweb::host_allowed(lan, h); };
-  const Check origin = [&](const std::string& o) { return slewweb::origin_allowed(loop, o); };
-  const Check json = [](const std::string& t) { return slewweb::json_content_type(t); };
-  const Check key = [](const std::string& k) { return slewweb::key_writable(k); };
+  using slewweb::host_allowed;
   struct Case {
-    const Check& check;
+    std::function<bool(const std::string&)> check;
     std::vector<std::string> allowed, refused;
   } cases[] = {
-      {host, {"127.0.0.1:8080", "localhost:8080", "LocalHost:8080"},
+      {[&](const std::string& h) { return host_allowed(loop, h); }, {"127.0.0.1:8080", "localhost:8080", "LocalHost:8080"},
        {"", "127.0.0.1", "127.0.0.1:8081", "evil.example:8080", "localhost", "localhost.evil.example:8080",
         "127.0.0.1:8080.evil.example"}},
-      {lan_host, {"192.168.1.20:8080"}, {"localhost:8080"}},  // localhost is not where it listens
-      {origin, {"http://127.0.0.1:8080", "http://localhost:8080"},
+      {[&](const std::string& h) { return host_allowed(lan, h); }, {"192.168.1.20:8080"}, {"localhost:8080"}},  // not served
+      {[&](const std::string& o) { return slewweb::origin_allowed(loop, o); }, {"http://127.0.0.1:8080", "http://localhost:8080"},
        {"null", "http://evil.example", "https://127.0.0.1:8080", "http://127.0.0.1:8080/", "http://127.0.0.1"}},
-      {json, {"application/json", "Application/JSON; charset=utf-8"},
+      {slewweb::json_content_type, {"application/json", "Application/JSON; charset=utf-8"},
        {"", "text/plain", "application/x-www-form-urlencoded", "multipart/form-data", "application/jsonp"}},
-      {key, {"ptz.run_mode", "ptz.preset.view_move", "sim.person", "ptz.pattern.action"},
+      {slewweb::key_writable, {"ptz.run_mode", "ptz.preset.view_move", "sim.person", "ptz.pattern.action"},
        {"ptz.status", "ptz.system.max_speed", "sim.pan.asleep", "ptz.run_mode.x", ""}},
   };
   for (const Case& c : cases) {

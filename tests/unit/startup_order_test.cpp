@@ -1,26 +1,14 @@
-// The start-up reads and bindings of the listeners, in their exact order,
-// as the verbose transcript of slewsim shows them.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
+// The listeners' start-up reads and bindings in their exact order, from slewsim -v's transcript.
+#include "realtime_fixture.h"
 
 namespace {
 
 // Bus calls from the first binding to "in main loop", without their time.
 std::vector<std::string> StartupBusCalls() {
-  // Named by process: builds testing side by side never share them.
   const std::string base = "/tmp/startup_order_test." + std::to_string(getpid());
   const std::string scenario = base + ".scn", transcript = base + ".txt";
   std::ofstream(scenario) << "await out in loop 120\n";
-  std::string command = std::string(SLEWSIM_PATH) + " -v --transcript " + transcript + " " +
-                        scenario + " >/dev/null";
-  if (system(command.c_str()) != 0) return {};
+  if (system((SLEWSIM_PATH " -v --transcript " + transcript + " " + scenario + " >/dev/null").c_str()) != 0) return {};
   std::vector<std::string> calls;
   std::ifstream in(transcript);
   bool binding = false;

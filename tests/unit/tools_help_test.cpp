@@ -3,16 +3,6 @@
 
 namespace {
 
-// A command line's standard output, and its exit status in *status.
-std::string Output(const std::string& command, int* status) {
-  FILE* pipe = popen(command.c_str(), "r");
-  std::string out;
-  char buf[512];
-  for (size_t n; pipe != nullptr && (n = fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
-  *status = pipe != nullptr ? pclose(pipe) : -1;
-  return out;
-}
-
 TEST(ToolsHelp, EveryToolExplainsItself) {
   int status = -1;
   // An unusable state folder: slewd must not try to start a camera.

@@ -1,14 +1,12 @@
-// slewvideo against a real-time slewd, judged by a decoder nobody here
-// wrote (ffmpeg): the stream's format, the landmark and the horizon where
-// the projection puts them before and after a move, a click that brings a
-// landmark to the centre, the "no head" mark while slewd is gone and the
-// recovery when it is back.
+// slewvideo against a real-time slewd, judged by ffmpeg: format, landmark and horizon
+// where projected, a view: click centring the landmark (the projection against the view
+// move), the "no head" mark while slewd is gone and its end.
 #include <httplib.h>
 
 #include <array>
 #include <cmath>
 
-#include "../unit/slewd_process_fixture.h"
+#include "../unit/realtime_fixture.h"
 #include "render/scene.h"
 #include "world/factory_defaults.h"
 
@@ -18,21 +16,7 @@ using render::kLandmarks;
 
 constexpr int kWidth = 640, kHeight = 360;
 
-// Runs a shell command; its standard output and exit status.
-std::string Shell(const std::string& command, int* status = nullptr) {
-  FILE* pipe = popen(command.c_str(), "r");
-  std::string out;
-  char buf[65536];
-  size_t n;
-  while (pipe != nullptr && (n = fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
-  int s = pipe != nullptr ? pclose(pipe) : -1;
-  if (status) *status = WIFEXITED(s) ? WEXITSTATUS(s) : -1;
-  return out;
-}
-
-// The pixels of a picture (RGB, kWidth x kHeight) within tol of a colour, in
-// the box x0..x1, y0..y1 (the whole picture by default): how many, their
-// centre and the first row that holds one.
+// Pixels within tol of a colour in the box (default: all): count, centre, first row.
 struct Pixels {
   int n = 0, top = -1;
   double x = 0, y = 0;
@@ -61,7 +45,7 @@ int NoHeadPixels(const std::string& pic) { return Find(pic, {255, 26, 26}, 60, 0
 
 class VideoStream : public SlewdProcess {
  protected:
-  // The camera's factory lens (a field of view the view move works with) under the test's settings.
+  // The factory lens (a field of view for the view move) under the test's settings.
   void SetUp() override {
     SlewdProcess::SetUp();
     ASSERT_EQ(sim::bus_open((state_ + "/bus.db").c_str()), 0);
@@ -74,7 +58,6 @@ class VideoStream : public SlewdProcess {
       kill(video_, SIGTERM);
       int status = 0;
       waitpid(video_, &status, 0);
-      // slewvideo ends in order on SIGTERM, sanitizer reports included.
       EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     }
     SlewdProcess::TearDown();
@@ -85,42 +68,29 @@ class VideoStream : public SlewdProcess {
     if (video_ == 0) {
       if (freopen((state_ + "/video.out").c_str(), "w", stdout) == nullptr) _exit(127);
       setenv("SLEWD_STATE", state_.c_str(), 1);
-      // GStreamer keeps allocations for the life of the process on purpose.
       setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
       execl(SLEWVIDEO_PATH, "slewvideo", "--rtsp", "127.0.0.1:0", "--http", "127.0.0.1:0", (char*)nullptr);
       _exit(127);
     }
     std::string text;
-    for (int i = 0; i < 300 && (text.find("\nhttp ") == std::string::npos || text.back() != '\n'); ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-      text = Shell("cat " + state_ + "/video.out");
-    }
+    Await([&] { return (text = FileText(state_ + "/video.out")).find("\nhttp ") != std::string::npos && text.back() == '\n'; }, 30);
     std::istringstream lines(text);
     for (std::string word; lines >> word;) (word == "rtsp" ? lines >> rtsp_ : word == "http" ? lines >> http_ : lines);
     ASSERT_FALSE(http_.empty()) << "slewvideo printed no URLs: " << text;
   }
-  // One frame decoded by ffmpeg: of the RTSP stream, or of the snapshot (the current frame as a JPEG).
+  // One frame decoded by ffmpeg, of the RTSP stream or the snapshot JPEG.
   std::string Grab(bool snapshot = false) {
-    std::string pic = Shell("timeout 60 ffmpeg -v error " + (snapshot ? "-i " + http_ + "/snapshot.jpg" :
+    std::string pic = Output("timeout 60 ffmpeg -v error " + (snapshot ? "-i " + http_ + "/snapshot.jpg" :
                             "-rtsp_transport tcp -i " + rtsp_) + " -frames:v 1 -f rawvideo -pix_fmt rgb24 - 2>/dev/null");
     EXPECT_EQ(pic.size(), size_t(kWidth) * kHeight * 3) << snapshot;
     pic.resize(size_t(kWidth) * kHeight * 3);
     return pic;
   }
   std::string Snapshot() { return Grab(true); }
-  // The bus value of key, or empty.
-  std::string Get(const char* key) {
-    std::string out;
-    Ctl({"get", key}, &out);
-    while (!out.empty() && out.back() == '\n') out.pop_back();
-    return out;
-  }
   // Runs a command and waits until the published position is (pan, tilt).
   void MoveAndAwait(const std::string& command, int pan, int tilt) {
     ASSERT_EQ(Ctl({"run", command, "--wait"}), 0) << command;
-    for (int i = 0; i < 300 && (Get("ptz.pan_pos") != std::to_string(pan) || Get("ptz.tilt_pos") != std::to_string(tilt)); ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    Await([&] { return Get("ptz.pan_pos") == std::to_string(pan) && Get("ptz.tilt_pos") == std::to_string(tilt); }, 6);
   }
   // Waits until the head stands: status 0 and the same published position 300 ms apart.
   void AwaitStill() {
@@ -131,7 +101,6 @@ class VideoStream : public SlewdProcess {
     }
     ADD_FAILURE() << "the head never stood still";
   }
-  // The head view as published now.
   render::HeadView PublishedView() {
     std::map<std::string, std::string> bus;
     for (const std::string& key : render::view_keys()) {
@@ -146,8 +115,7 @@ class VideoStream : public SlewdProcess {
     ASSERT_TRUE(expected && found) << when;
     EXPECT_NEAR(found->x, expected->x / 10000 * kWidth, 0.02 * kWidth) << when;
     EXPECT_NEAR(found->y, expected->y / 10000 * kHeight, 0.02 * kWidth) << when;
-    auto horizon = render::project(view.pan, 0, view);
-    // The horizon: the first ground pixel from the top.
+    auto horizon = render::project(view.pan, 0, view);  // the first ground pixel from the top
     EXPECT_NEAR(Find(pic, {0x86, 0xa8, 0x6a}, 30, kWidth / 8, kWidth / 8 + 1).top, horizon->y / 10000 * kHeight, 0.02 * kWidth)
         << when;
   }
@@ -156,39 +124,17 @@ class VideoStream : public SlewdProcess {
   std::string rtsp_, http_;
 };
 
-// The projection inverts the view move's worked values: a point of the
-// picture lands where the head turns when that point is clicked (head at
-// pan 10000, tilt 10000, the lens of those values).
-TEST(VideoProjection, InvertsTheViewMove) {
-  struct Case {
-    bool mirror_flip;
-    double x, y;
-    int pan_offset, tilt_offset;
-  } cases[] = {{false, 5000, 5000, 0, 0},      {false, 7500, 5000, -2252, -101}, {false, 5000, 7500, 0, 1132},
-               {false, 7500, 2500, -2133, -1208}, {true, 7500, 2500, 2385, 1005}};
-  for (const Case& c : cases) {
-    render::View view{render::pan_deg(10000), render::tilt_deg(10000), {21.181350, 12.298071}, c.mirror_flip,
-                      c.mirror_flip};
-    auto p = render::project(render::pan_deg(10000 + c.pan_offset), render::tilt_deg(10000 + c.tilt_offset), view);
-    ASSERT_TRUE(p);
-    // One step of truncation in the view move is about two units of the scale.
-    EXPECT_NEAR(p->x, c.x, 6) << c.x << "," << c.y;
-    EXPECT_NEAR(p->y, c.y, 6) << c.x << "," << c.y;
-  }
-  EXPECT_FALSE(render::project(render::pan_deg(10000 + 32768), 0, render::View{render::pan_deg(10000), 0, {30, 20}}));
-}
-
 // Bad options: a one-line reason and status 2; --help: the usage and 0.
 TEST(VideoOptions, BadOptionsAreRefused) {
   for (const char* args : {"--size 800x600", "--fps 0", "--fps 31", "--fps 15x", "--rtsp 127.0.0.1", "--http :80",
                            "--rtsp 0.0.0.0:8554", "--bogus", "--fps"}) {
     int status = 0;
-    std::string err = Shell(std::string(SLEWVIDEO_PATH " ") + args + " 2>&1 >/dev/null", &status);
+    std::string err = Output(std::string(SLEWVIDEO_PATH " ") + args + " 2>&1 >/dev/null", &status);
     EXPECT_EQ(status, 2) << args;
     EXPECT_EQ(err.rfind("slewvideo: ", 0), 0u) << args << ": " << err;
   }
   int status = 0;
-  EXPECT_EQ(Shell(SLEWVIDEO_PATH " --help", &status).rfind("usage: slewvideo", 0), 0u);
+  EXPECT_EQ(Output(SLEWVIDEO_PATH " --help", &status).rfind("usage: slewvideo", 0), 0u);
   EXPECT_EQ(status, 0);
 }
 
@@ -197,7 +143,7 @@ TEST_F(VideoStream, ShowsWhatTheHeadSeesAndOutlivesSlewd) {
   StartVideo();
   ASSERT_FALSE(rtsp_.empty());
 
-  EXPECT_EQ(Shell("timeout 60 ffprobe -v error -rtsp_transport tcp -show_entries "
+  EXPECT_EQ(Output("timeout 60 ffprobe -v error -rtsp_transport tcp -show_entries "
                   "stream=codec_name,width,height,r_frame_rate -of compact=p=0 " + rtsp_), "codec_name=h264|width=640|height=360|r_frame_rate=15/1\n");
 
   // Before and after a turn of 40 degrees to the left, the Mast on either side.
