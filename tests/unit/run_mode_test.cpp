@@ -1,7 +1,5 @@
-// The daemon in-process against the simulated camera: the command
-// language's dispatch and clamps, status pairs, the loop tick by tick (mode
-// changes, counters at the 32-bit edge, the stabiliser timer), and the
-// view-move geometry where the worked-values scenario leaves it open.
+// The daemon in-process: command dispatch and clamps, counters at the 32-bit
+// edge, the stabiliser timer, view-move geometry the scenarios leave open.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -79,18 +77,6 @@ TEST_F(RunMode, FirstVerbInOrderOfSearchWinsAnywhereInTheText) {
   EXPECT_EQ(giPatternTarget.load(), 3);
 }
 
-TEST_F(RunMode, BusTextEndsPlaybackAndReplayedLinesSkipSomeVerbs) {
-  giPatternRun = 1;
-  char line[] = "scan:1";
-  OnRunMode(nullptr, line);  // replayed: scan: is passed over
-  EXPECT_EQ(giNewMode.load(), kModeIdle);
-  EXPECT_EQ(giPatternRun.load(), 1);
-  Bus("");  // any bus text ends the playback
-  EXPECT_EQ(giPatternRun.load(), 0);
-  Bus("scan:1");
-  EXPECT_EQ(giNewMode.load(), kModeScan);
-}
-
 TEST_F(RunMode, TargetsAndTheirClamps) {
   Bus("go_preset:511");  // the last slot below the clamp to 512
   EXPECT_EQ(giPresetTarget.load(), 511);
@@ -132,33 +118,6 @@ TEST_F(RunMode, LongAndMalformedValuesStayInsideTheirBuffers) {
   EXPECT_EQ(strlen(gPreset[1].name), 63u);
   Bus("relative:" + std::string(118, '-'));
   Bus("manual:\xff\xfe,\x01,,,,,");
-}
-
-TEST_F(RunMode, StatusPublishesOnlyChangedPairs) {
-  SetPtStatus(0, 4);
-  SetPtStatus(0, 4);
-  SetPtStatus(2, 4);
-  for (const char* line :
-       {"set ptz.status=4", "set ptz.status=24", "out PutPTStatus: 24 start", "call PutPTStatus(24)"}) {
-    EXPECT_EQ(Count(line), 1) << line;
-  }
-}
-
-// Idle takes a request and its work waits a tick; a running mode leaves
-// through idle (a blocking one ends there), except patrol, which hands over.
-TEST_F(Tick, ModesStartFromIdleAndLeaveThroughIt) {
-  const struct { int32_t request, ticks, mode, goPresets; } steps[] = {
-      {kModeAbs, 1, kModeAbs, 0},  {-1, 1, kModeIdle, 1},        {kModeScan, 2, kModeScan, 1},
-      {kModeAbs, 1, kModeIdle, 1}, {-1, 1, kModeAbs, 1},         {-1, 1, kModeIdle, 2},
-      {kModePatrol, 1, kModePatrol, -1}, {kModePreset, 1, kModePreset, -1}};
-  for (const auto& step : steps) {
-    if (step.request >= 0) giNewMode = step.request;
-    Ticks(step.ticks);
-    EXPECT_EQ(giRunMode.load(), step.mode) << &step - steps;
-    if (step.goPresets >= 0) { EXPECT_EQ(Count("Go Preset:"), step.goPresets) << &step - steps; }
-    if (step.mode == kModeIdle) { EXPECT_EQ(giNewMode.load(), step.request < 0 ? kModeIdle : step.request); }
-  }
-  EXPECT_EQ(Count("Go Preset:-1 -1 -1 -1"), 2);
 }
 
 // The virtual clock stands still between sleeps, so the stabiliser's delay
