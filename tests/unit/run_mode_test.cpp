@@ -208,6 +208,16 @@ TEST_F(ViewMove, LensTableAndDegenerateLenses) {
   EXPECT_EQ(Offsets(9000, 1000), P(0, 0));
 }
 
+// The mirror turns the picture's width only, the flip its height only.
+TEST_F(ViewMove, MirrorTurnsTheWidthAndFlipTheHeight) {
+  const P across = Offsets(2500, 2500), down = Offsets(7500, 7500);
+  giImageMirror = 1;
+  EXPECT_EQ(Offsets(7500, 2500), across);
+  giImageMirror = 0;
+  giImageFlip = 1;
+  EXPECT_EQ(Offsets(7500, 2500), down);
+}
+
 TEST_F(ViewMove, PointBeyondStraightDownFoldsBack) {
   PutTilt((85 + 27) * 65535 / 360);       // tilt 85 degrees
   kvlink_set("sim.focal_mm", "12.3635");  // half height angle 10 degrees
