@@ -1,8 +1,7 @@
-// Parsers, arithmetic and tables of the command language, the listeners and
-// the publication.
+// Parsers and arithmetic of the command language, the listeners and the
+// publication.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <vector>
 
 #include "control/control.h"
@@ -10,7 +9,6 @@
 #include "control/publish.h"
 #include "control/run_mode.h"
 #include "motion/positioning.h"
-#include "platform/exports.h"
 #include "slewd/startup.h"
 #include "tours/presets.h"
 
@@ -117,27 +115,6 @@ TEST(Listeners, PidAndMaxSpeedBounds) {
     snprintf(text, sizeof text, "%s", value);
     OnMaxSpeed(nullptr, text);
     EXPECT_EQ(giMaxSpeed.load(), expected) << value;
-  }
-}
-
-// The exported motor tables: per table, each run as {first index, first
-// value, last value}, a run ending where the next begins. Two tables lie up
-// to 1 from the rule inside their runs.
-TEST(PpsTables, RunEndsMatchTheDriverTables) {
-  const std::pair<const uint32_t*, std::vector<std::array<int, 3>>> tables[] = {
-      {PPS_1_2Phase_800, {{0, 1024, 1024}, {1, 781, 156}, {10, 4208, 3170}, {128, 8718, 7949}}},
-      {PPS_2_2Phase, {{0, 781, 20}, {40, 5730, 5245}, {200, 7666, 7559}}},
-      {PPS_1_2Phase, {{0, 1296, 324}, {4, 1542, 1394}, {7, 2696, 2418}, {14, 3763, 3377}, {34, 4688, 4460},
-                      {57, 5835, 5522}, {103, 6942, 6745}, {138, 8362, 7819}}},
-      {PPS_512uStepPhase,
-       {{0, 5768, 5336}, {3, 6468, 6329}, {7, 7492, 7330}, {16, 8497, 8336}, {36, 9496, 9419}, {51, 10639, 10330}}},
-      {PPS_512uStepPhase1320, {{0, 7091, 6249}, {9, 8571, 8294}, {37, 10639, 10299}}}};
-  for (const auto& [table, runs] : tables) {
-    for (size_t r = 0; r < runs.size(); r++) {
-      int first = runs[r][0], last = r + 1 < runs.size() ? runs[r + 1][0] - 1 : 255;
-      EXPECT_NEAR(table[first], runs[r][1], 1) << "index " << first;
-      EXPECT_NEAR(table[last], runs[r][2], 1) << "index " << last;
-    }
   }
 }
 
