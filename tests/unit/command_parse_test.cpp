@@ -1,5 +1,4 @@
-// Parsers and arithmetic of the command language, the listeners and the
-// publication.
+// Parsers and arithmetic of the command language, the listeners and the publication.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -100,8 +99,7 @@ TEST(PresetText, KeysAndRecordsAtTheirLimits) {
   EXPECT_EQ(GetPresetStr("pan:1"), -1);  // no id
 }
 
-// Beyond listeners_edge_cases: hex only with a lower-case 0x at the top of
-// the PID range, the upper speed clamp.
+// Beyond listeners_edge_cases: the PID range's top, hex only with 0x, the upper speed clamp.
 TEST(Listeners, PidAndMaxSpeedBounds) {
   const struct { const char* text; int32_t p, i, d; } pids[] = {{"0xffff,5,6", 0xffff, 5, 6}, {"0X10", 0, 5, 6}};
   for (const auto& r : pids) {

@@ -1,5 +1,4 @@
-// The daemon in-process: command dispatch and clamps, counters at the 32-bit
-// edge, the stabiliser timer, view-move geometry the scenarios leave open.
+// The daemon in-process: command clamps, 32-bit edges, the stabiliser timer, view geometry scenarios leave open.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -21,8 +20,7 @@
 
 namespace {
 
-// One fixture for the daemon in-process: nothing requested, the view at lens
-// type 0 without sensor keys, focal length 10 mm, the head at 10000/10000.
+// Nothing requested, lens type 0 at 10 mm without sensor keys, the head at 10000/10000.
 class RunMode : public DaemonTest {
  protected:
   void SetUp() override {
@@ -165,8 +163,7 @@ TEST_F(EdgeOfRange, IdleTickCountStopsAtItsLimitAfterYearsOfRest) {
   Ticks(5);
 }
 
-// The publication count stops at its limit too; the next change still goes
-// out at once, and the pace starts over.
+// The publication count stops at its limit too; the next change goes out at once.
 TEST_F(EdgeOfRange, PositionCountStopsAtItsLimitAndTheNextChangeGoesOut) {
   giPosTick = INT32_MAX - 3;
   for (int i = 0; i < 10; i++) UpdatePosition();
@@ -178,8 +175,7 @@ TEST_F(EdgeOfRange, PositionCountStopsAtItsLimitAndTheNextChangeGoesOut) {
   EXPECT_EQ(giPosTick, 0);
 }
 
-// The stabiliser's field of view counts only with EIS on; a digital zoom of
-// 1 or less, or none, leaves the field.
+// With EIS on, a digital zoom of 1 or less, or none, leaves the field.
 TEST_F(ViewMove, StabiliserAndDigitalZoomNarrowTheField) {
   gfEisFov = 0.5;
   for (const char* none : {"", "0", "1", "x"}) {

@@ -1,5 +1,4 @@
-// Tours: patrol lists and their loader, the scan key readers, the schedule's
-// day parser, action encoding and targets, the track position reader.
+// Tours: patrol lists and loader, scan keys, schedule days and actions, track positions.
 #include <gtest/gtest.h>
 
 #include <string>
