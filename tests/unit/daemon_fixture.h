@@ -1,5 +1,4 @@
-// A daemon test against the simulated camera in virtual time, in-process:
-// the camera is powered on once per suite.
+// The daemon in-process against the simulated camera in virtual time, powered on once per suite.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,7 +1,4 @@
-// The daemon in-process against the simulated camera: the command
-// language's dispatch and clamps, status pairs, the loop tick by tick (mode
-// changes, counters at the 32-bit edge, the stabiliser timer), and the
-// view-move geometry where the worked-values scenario leaves it open.
+// The daemon in-process: command clamps, 32-bit edges, the stabiliser timer, view geometry scenarios leave open.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -23,8 +20,7 @@
 
 namespace {
 
-// One fixture for the daemon in-process: nothing requested, the view at lens
-// type 0 without sensor keys, focal length 10 mm, the head at 10000/10000.
+// Nothing requested, lens type 0 at 10 mm without sensor keys, the head at 10000/10000.
 class RunMode : public DaemonTest {
  protected:
   void SetUp() override {
@@ -79,18 +75,6 @@ TEST_F(RunMode, FirstVerbInOrderOfSearchWinsAnywhereInTheText) {
   EXPECT_EQ(giPatternTarget.load(), 3);
 }
 
-TEST_F(RunMode, BusTextEndsPlaybackAndReplayedLinesSkipSomeVerbs) {
-  giPatternRun = 1;
-  char line[] = "scan:1";
-  OnRunMode(nullptr, line);  // replayed: scan: is passed over
-  EXPECT_EQ(giNewMode.load(), kModeIdle);
-  EXPECT_EQ(giPatternRun.load(), 1);
-  Bus("");  // any bus text ends the playback
-  EXPECT_EQ(giPatternRun.load(), 0);
-  Bus("scan:1");
-  EXPECT_EQ(giNewMode.load(), kModeScan);
-}
-
 TEST_F(RunMode, TargetsAndTheirClamps) {
   Bus("go_preset:511");  // the last slot below the clamp to 512
   EXPECT_EQ(giPresetTarget.load(), 511);
@@ -132,33 +116,6 @@ TEST_F(RunMode, LongAndMalformedValuesStayInsideTheirBuffers) {
   EXPECT_EQ(strlen(gPreset[1].name), 63u);
   Bus("relative:" + std::string(118, '-'));
   Bus("manual:\xff\xfe,\x01,,,,,");
-}
-
-TEST_F(RunMode, StatusPublishesOnlyChangedPairs) {
-  SetPtStatus(0, 4);
-  SetPtStatus(0, 4);
-  SetPtStatus(2, 4);
-  for (const char* line :
-       {"set ptz.status=4", "set ptz.status=24", "out PutPTStatus: 24 start", "call PutPTStatus(24)"}) {
-    EXPECT_EQ(Count(line), 1) << line;
-  }
-}
-
-// Idle takes a request and its work waits a tick; a running mode leaves
-// through idle (a blocking one ends there), except patrol, which hands over.
-TEST_F(Tick, ModesStartFromIdleAndLeaveThroughIt) {
-  const struct { int32_t request, ticks, mode, goPresets; } steps[] = {
-      {kModeAbs, 1, kModeAbs, 0},  {-1, 1, kModeIdle, 1},        {kModeScan, 2, kModeScan, 1},
-      {kModeAbs, 1, kModeIdle, 1}, {-1, 1, kModeAbs, 1},         {-1, 1, kModeIdle, 2},
-      {kModePatrol, 1, kModePatrol, -1}, {kModePreset, 1, kModePreset, -1}};
-  for (const auto& step : steps) {
-    if (step.request >= 0) giNewMode = step.request;
-    Ticks(step.ticks);
-    EXPECT_EQ(giRunMode.load(), step.mode) << &step - steps;
-    if (step.goPresets >= 0) { EXPECT_EQ(Count("Go Preset:"), step.goPresets) << &step - steps; }
-    if (step.mode == kModeIdle) { EXPECT_EQ(giNewMode.load(), step.request < 0 ? kModeIdle : step.request); }
-  }
-  EXPECT_EQ(Count("Go Preset:-1 -1 -1 -1"), 2);
 }
 
 // The virtual clock stands still between sleeps, so the stabiliser's delay
@@ -206,8 +163,7 @@ TEST_F(EdgeOfRange, IdleTickCountStopsAtItsLimitAfterYearsOfRest) {
   Ticks(5);
 }
 
-// The publication count stops at its limit too; the next change still goes
-// out at once, and the pace starts over.
+// The publication count stops at its limit too; the next change goes out at once.
 TEST_F(EdgeOfRange, PositionCountStopsAtItsLimitAndTheNextChangeGoesOut) {
   giPosTick = INT32_MAX - 3;
   for (int i = 0; i < 10; i++) UpdatePosition();
@@ -219,8 +175,7 @@ TEST_F(EdgeOfRange, PositionCountStopsAtItsLimitAndTheNextChangeGoesOut) {
   EXPECT_EQ(giPosTick, 0);
 }
 
-// The stabiliser's field of view counts only with EIS on; a digital zoom of
-// 1 or less, or none, leaves the field.
+// With EIS on, a digital zoom of 1 or less, or none, leaves the field.
 TEST_F(ViewMove, StabiliserAndDigitalZoomNarrowTheField) {
   gfEisFov = 0.5;
   for (const char* none : {"", "0", "1", "x"}) {
@@ -247,6 +202,16 @@ TEST_F(ViewMove, LensTableAndDegenerateLenses) {
   EXPECT_EQ(Offsets(9000, 1000), P(0, 0));
   kvlink_set("sim.lens_type", "7");  // both focal lengths 0
   EXPECT_EQ(Offsets(9000, 1000), P(0, 0));
+}
+
+// The mirror turns the picture's width only, the flip its height only.
+TEST_F(ViewMove, MirrorTurnsTheWidthAndFlipTheHeight) {
+  const P across = Offsets(2500, 2500), down = Offsets(7500, 7500);
+  giImageMirror = 1;
+  EXPECT_EQ(Offsets(7500, 2500), across);
+  giImageMirror = 0;
+  giImageFlip = 1;
+  EXPECT_EQ(Offsets(7500, 2500), down);
 }
 
 TEST_F(ViewMove, PointBeyondStraightDownFoldsBack) {

@@ -1,14 +1,9 @@
-// Tours: patrol lists and their loader, the scan key readers, the schedule's
-// day parser, action encoding and targets, the track position reader, and a
-// week of schedule entries each acting in the first second of its minute.
+// Tours: patrol lists and loader, scan keys, schedule days and actions, track positions.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <fstream>
 #include <string>
 #include <vector>
 
-#include "../../bench/schedule_week.h"
 #include "control/control.h"
 #include "daemon_fixture.h"
 #include "platform/exports.h"
@@ -143,34 +138,6 @@ TEST(TrackPosition, FieldsAndMalformedTexts) {
     ParseTrackPosition(c.text, &pan, &tilt);
     EXPECT_EQ(std::make_pair(pan, tilt), std::make_pair(c.pan, c.tilt)) << c.text;
   }
-}
-
-// The benchmark's week, one day per slewsim run (a whole week is slow under
-// the sanitizers): every entry acts, and moves, within its minute's first second.
-TEST(ScheduleWeek, EveryEntryActsAtItsMinute) {
-  const std::string base = "/tmp/schedule_week_test." + std::to_string(getpid());
-  const std::string scenario = base + ".scn", transcript = base + ".txt";
-  for (int day = 0; day < schedule_week::kDays; day++) {
-    std::ofstream(scenario) << schedule_week::Scenario(true, day, 1);
-    std::string command = std::string(SLEWSIM_PATH) + " --transcript " + transcript + " " + scenario + " >/dev/null";
-    ASSERT_EQ(system(command.c_str()), 0) << "day " << day;
-    std::vector<double> acted, moved;  // seconds of the lines
-    std::ifstream in(transcript);
-    for (std::string line; std::getline(in, line);) {
-      if (line.find(" out iScheduleOldMode=") != std::string::npos) acted.push_back(atof(line.c_str()));
-      if (line.find(" out @@@@@@@@@@2PRESET=") != std::string::npos) moved.push_back(atof(line.c_str()));
-    }
-    ASSERT_EQ(acted.size(), 4u) << "day " << day;
-    ASSERT_EQ(moved.size(), 4u) << "day " << day;
-    for (int entry = 0; entry < 4; entry++) {
-      double due = schedule_week::EntrySecond(0, entry);
-      EXPECT_GE(acted[entry], due) << "day " << day << " entry " << entry;
-      EXPECT_LT(acted[entry], due + 1.0) << "day " << day << " entry " << entry;
-      EXPECT_LT(moved[entry], due + 1.0) << "day " << day << " entry " << entry;
-    }
-  }
-  remove(scenario.c_str());
-  remove(transcript.c_str());
 }
 
 }  // namespace
