@@ -8,6 +8,7 @@
 #include "control/publish.h"
 #include "control/run_mode.h"
 #include "motion/positioning.h"
+#include "platform/exports.h"
 #include "slewd/startup.h"
 #include "tours/presets.h"
 
@@ -113,6 +114,28 @@ TEST(Listeners, PidAndMaxSpeedBounds) {
     snprintf(text, sizeof text, "%s", value);
     OnMaxSpeed(nullptr, text);
     EXPECT_EQ(giMaxSpeed.load(), expected) << value;
+  }
+}
+
+// The step-rate tables the motor driver takes: both ends of every run. The
+// rule is exact but in two tables, whose entries lie up to 1 from it.
+TEST(PpsTables, RunEndsMatchTheDriverTables) {
+  const struct {
+    const uint32_t* table;
+    int first, last;
+    uint32_t first_value, last_value;
+  } runs[] = {{PPS_1_2Phase_800, 0, 0, 1024, 1024},      {PPS_1_2Phase_800, 1, 9, 781, 156},
+              {PPS_1_2Phase_800, 10, 127, 4208, 3170},   {PPS_1_2Phase_800, 128, 255, 8718, 7949},
+              {PPS_2_2Phase, 0, 39, 781, 20},            {PPS_2_2Phase, 40, 199, 5730, 5245},
+              {PPS_2_2Phase, 200, 255, 7666, 7559},      {PPS_1_2Phase, 0, 3, 1296, 324},
+              {PPS_1_2Phase, 7, 13, 2696, 2418},         {PPS_1_2Phase, 138, 255, 8362, 7819},
+              {PPS_512uStepPhase, 0, 2, 5768, 5336},     {PPS_512uStepPhase, 51, 255, 10639, 10330},
+              {PPS_512uStepPhase1320, 0, 8, 7091, 6249}, {PPS_512uStepPhase1320, 9, 36, 8571, 8294},
+              {PPS_512uStepPhase1320, 37, 255, 10639, 10299}};
+  for (const auto& run : runs) {
+    double near = run.table == PPS_1_2Phase || run.table == PPS_512uStepPhase ? 1 : 0;
+    EXPECT_NEAR(run.table[run.first], run.first_value, near) << "index " << run.first;
+    EXPECT_NEAR(run.table[run.last], run.last_value, near) << "index " << run.last;
   }
 }
 

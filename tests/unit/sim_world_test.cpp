@@ -129,10 +129,11 @@ TEST_F(SimWorld, ShellCopiesAndRemovesInsideTheSandbox) {
            {"rm -rf /../../..", 1},                           // never the root, never above it
            {"killall -9 FigureFollow &", 0},
            {"killall -9 demo_stamp & killall -9 demo\\ blackout > /dev/null 2>&1", 0},
+           {"killall -9 \"d\\\"q\" 'a\\b'", 0}, {"cp /tmp/pattern1.path /mnt/nand/copy.path", 0},
            {"FigureFollow -m 0 -b 2 --label_path \"/bin/a b.txt\"&", 0}, {"'unterminated", 0}})
     EXPECT_EQ(sim::shell_run(line), want) << line;
   EXPECT_TRUE(fs::exists(root / "tmp/pattern1.path"));
-  EXPECT_EQ(sim::the_world().shell.killed, (std::vector<std::string>{"FigureFollow", "demo_stamp", "demo blackout"}));
+  EXPECT_EQ(sim::the_world().shell.killed, (std::vector<std::string>{"FigureFollow", "demo_stamp", "demo blackout", "d\"q", "a\\b"}));
   sim::sandbox_set_root(old_root.c_str());
 }
 
