@@ -1,5 +1,4 @@
-// The scenario interpreter against a small fake daemon: when await resumes,
-// what expect sees, signals, the daemon's end, files, --keep and the summary.
+// The scenario interpreter against a fake daemon: await, expect, signals, the end, files, --keep, summary.
 #include <csignal>
 
 #include "platform/os.h"
@@ -8,26 +7,17 @@
 
 namespace {
 
-void OnTerm(int signo) {
-  os_printf("term %d\n", signo);
-  os_exit(1);
-}
+void OnTerm(int signo) { os_printf("term %d\n", signo), os_exit(1); }
 
-// Prints its arguments, "in main loop", then "in loop" in two pieces one
-// second later, idles 10 s, leaves a partial line and returns 3.
+// Prints its arguments, "in main loop", 1 s later "in loop" in two pieces; idles 10 s, a partial line, 3.
 int FakeDaemon(int argc, char** argv) {
   os_signal(SIGTERM, OnTerm);
   os_printf("args:%d %s\n", argc, argc > 1 ? argv[1] : "-");
-  os_puts("in main loop");
-  os_sleep(1);
-  os_printf("in ");
-  os_printf("loop\n");
+  os_puts("in main loop"), os_sleep(1), os_printf("in "), os_printf("loop\n");
   for (int i = 0; i < 100; ++i) os_usleep(100000);
-  os_printf("partial");
-  return 3;
+  return os_printf("partial"), 3;
 }
 
-using simtest::ReadText;
 
 struct Outcome {
   int status;
@@ -46,17 +36,15 @@ class RunnerRun : public ::testing::Test {
     std::vector<char*> argv;
     for (std::string& w : words) argv.push_back(w.data());
     FILE* out = tmpfile();
-    int status = sim::slewsim_main(static_cast<int>(argv.size()), argv.data(), FakeDaemon, out, out);
-    Outcome o{status, simtest::ReadAll(out), ReadText(dir_ + "/t.txt")};
-    fclose(out);
-    return o;
+    Outcome o{sim::slewsim_main(static_cast<int>(argv.size()), argv.data(), FakeDaemon, out, out), simtest::ReadAll(out),
+              simtest::ReadText(dir_ + "/t.txt")};
+    return fclose(out), o;
   }
   Outcome Run(const std::string& text) { return Run({text}, {"--transcript", dir_ + "/t.txt"}); }
   void Reports(const std::string& text, const std::string& piece) {
     std::string report = Run(text).report;
     EXPECT_NE(report.find(piece), std::string::npos) << report;
   }
-
   simtest::TempDir tmp_;
   std::string dir_ = tmp_.path;
 };
@@ -66,8 +54,7 @@ TEST_F(RunnerRun, AwaitResumesAtTheFirstNewMatchingLine) {
                   "show bus test.\nawait \"\" 30\nshow bus test.\n");
   EXPECT_EQ(o.status, 0) << o.report;
   EXPECT_EQ(o.report, "PASS case0\n1 passed, 0 failed\n");
-  EXPECT_EQ(o.transcript,
-            "0.000 out args:3 spddry\n0.000 out in main loop\n1.000 out in loop\n1.000 ext test.k=after\n"
+  EXPECT_EQ(o.transcript, "0.000 out args:3 spddry\n0.000 out in main loop\n1.000 out in loop\n1.000 ext test.k=after\n"
             "1.250 bus test.k=after\n11.000 out partial\n11.000 exit 3\n11.000 bus test.k=after\n");
 }
 
@@ -82,8 +69,7 @@ TEST_F(RunnerRun, ExpectsLookSinceTheMark) {
 }
 
 TEST_F(RunnerRun, ExpectLinesWantsConsecutiveLinesInOrder) {
-  EXPECT_EQ(Run("wait 2\nexpect lines\nmain loop\nout in loop\nend\n").report,
-            "PASS case0\n1 passed, 0 failed\n");
+  EXPECT_EQ(Run("wait 2\nexpect lines\nmain loop\nout in loop\nend\n").report, "PASS case0\n1 passed, 0 failed\n");
   Reports("wait 2\nexpect lines\nout in loop\nmain loop\nend\n",
           "case0.scn:2: expect lines \u2014 no run of lines since the mark contains them in order");
   Reports("wait 2\nexpect lines\nargs\nout in loop\nend\n", "FAIL");  // a line between breaks the run
@@ -107,17 +93,17 @@ TEST_F(RunnerRun, FilesSummaryAndKeptSandbox) {
   std::string fail = "bus t.a 1\nwait 1\nexpect bus t.a 2\n";
   Outcome o = Run({pass, fail}, {"--keep", dir_ + "/keep"});
   EXPECT_EQ(o.status, 1);
-  EXPECT_NE(o.report.find("PASS case0\nFAIL case1: "), std::string::npos) << o.report;
-  EXPECT_NE(o.report.find("the key holds '1'\n1 passed, 1 failed\n"), std::string::npos) << o.report;
-  EXPECT_EQ(ReadText(dir_ + "/keep/case0/mnt/nand/p.txt"), "# kept\n  two\n");
-  EXPECT_NE(ReadText(dir_ + "/keep/case1/bus.txt").find("t.a=1\n"), std::string::npos);
+  EXPECT_TRUE(o.report.find("PASS case0\nFAIL case1: ") != std::string::npos &&
+              o.report.find("the key holds '1'\n1 passed, 1 failed\n") != std::string::npos) << o.report;
+  EXPECT_EQ(simtest::ReadText(dir_ + "/keep/case0/mnt/nand/p.txt"), "# kept\n  two\n");
+  EXPECT_NE(simtest::ReadText(dir_ + "/keep/case1/bus.txt").find("t.a=1\n"), std::string::npos);
   o = Run(pass);
   EXPECT_EQ(o.transcript, "0.000 file /mnt/nand/p.txt: # kept\n0.000 file /mnt/nand/p.txt:   two\n");
 }
 
 TEST_F(RunnerRun, CommandLineErrorsExitWithTwo) {
-  EXPECT_EQ(Run({"wait 1\n", "wait 1\n"}, {"--transcript", dir_ + "/t.txt"}).status, 2);
-  EXPECT_EQ(Run({"wait 1\n"}, {"--frob"}).status, 2);
+  EXPECT_EQ((std::vector{Run({"wait 1\n", "wait 1\n"}, {"--transcript", dir_ + "/t.txt"}).status, Run({"wait 1\n"}, {"--frob"}).status}),
+            (std::vector{2, 2}));
   Outcome bad = Run({"wait 1\n", "wait 1\nwiat 2\n"}, {});
   EXPECT_EQ(bad.status, 2);
   EXPECT_EQ(bad.report, dir_ + "/case1.scn:2: unknown directive 'wiat'\n");  // nothing ran

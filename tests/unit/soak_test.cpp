@@ -1,6 +1,4 @@
-// slewsim against the real daemon repeats itself byte for byte (a scenario,
-// with and without -v, and a soak seed); the soak's watch fails each broken
-// invariant.
+// slewsim repeats itself byte for byte (a scenario, with and without -v, a soak seed); the soak watch.
 #include "runner/soak.h"
 #include "sim_test.h"
 
@@ -15,8 +13,7 @@ std::string TranscriptOf(const std::string& args, const std::string& out) {
 
 TEST(Soak, SameScenarioOrSeedGivesTheSameTranscriptAndAnotherSeedAnother) {
   simtest::TempDir tmp;
-  std::string dir = tmp.path;
-  std::string scenario = std::string(SLEWD_SOURCE_DIR) + "/tests/scenarios/runner_repeatable.scn";
+  std::string dir = tmp.path, scenario = std::string(SLEWD_SOURCE_DIR) + "/tests/scenarios/runner_repeatable.scn";
   for (std::string flags : {"", "-v"}) {
     std::string first = TranscriptOf(flags + " " + scenario, dir + "/1.txt");
     EXPECT_NE(first.find(" exit 1\n"), std::string::npos) << flags;
@@ -31,8 +28,7 @@ TEST(Soak, SameScenarioOrSeedGivesTheSameTranscriptAndAnotherSeedAnother) {
 // Every bus value the plan writes fits the bus (its figures: soak.one_hour's report).
 TEST(Soak, PlanHoldsCommandsSettingsFaultsAndPresetChecks) {
   sim::SoakCounts counts;
-  for (const sim::Directive& d : sim::soak_plan(3, 1, &counts).steps)
-    EXPECT_TRUE(d.op != sim::Op::Bus || d.text.size() <= 127) << d.source;
+  for (const sim::Directive& d : sim::soak_plan(3, 1, &counts).steps) EXPECT_TRUE(d.op != sim::Op::Bus || d.text.size() <= 127) << d.source;
   EXPECT_EQ(counts.preset_checks, 7);  // every ten minutes and at the end
 }
 
@@ -43,11 +39,9 @@ int32_t RunMode() { return g_run_mode; }
 int32_t NewMode() { return g_new_mode; }
 
 class SoakWatch : public ::testing::Test {
- protected:
-  void SetUp() override {
+ protected: void SetUp() override {
     sim::clock_init(sim::ClockMode::Virtual);
-    g_tick = g_run_mode = g_new_mode = 0;
-    watch_ = sim::soak_watch({Tick, RunMode, NewMode}, counts_);
+    g_tick = g_run_mode = g_new_mode = 0, watch_ = sim::soak_watch({Tick, RunMode, NewMode}, counts_);
   }
   // The watch between steps, at a virtual time in seconds.
   std::string Step(double seconds) { return watch_->on_step(static_cast<int64_t>(seconds * 1e9)); }
@@ -78,18 +72,15 @@ TEST_F(SoakWatch, ALoopThatStopsTickingFails) {
   EXPECT_EQ(Step(10), "");  // the first tick
   g_tick = 2;
   EXPECT_EQ(Step(10.01), "");
-  g_run_mode = 1;  // manual: its longest wait is an auto flip, 128 s or so
-  g_tick = 3;
+  g_run_mode = 1, g_tick = 3;  // manual: its longest wait is an auto flip, 128 s or so
   EXPECT_EQ(Step(10.02), "");
   EXPECT_EQ(Step(100), "");  // still in its bound, had a health pass run
   g_tick = 4;
   EXPECT_NE(Step(150), "");  // no health pass (the count went up): too long
 }
 
-// A stop must end in rest, unless a new command follows it.
 TEST_F(SoakWatch, AStopMustEndInRestUnlessANewCommandFollows) {
-  g_tick = 1;
-  EXPECT_EQ(Step(1), "");
+  EXPECT_EQ((g_tick = 1, Step(1)), "");
   for (const char* line : {"set ptz.status=1", "ext ptz.run_mode=stop", "set ptz.status=0", "set ptz.status=1",
                            "ext ptz.run_mode=stop", "ext ptz.run_mode=manual:10,0,0"})
     EXPECT_EQ(watch_->on_line(line), "") << line;

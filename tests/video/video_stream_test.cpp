@@ -1,6 +1,4 @@
-// slewvideo against a real-time slewd, judged by ffmpeg: format, landmark and horizon
-// where projected, a view: click centring the landmark (the projection against the view
-// move), the "no head" mark while slewd is gone and its end.
+// slewvideo against a real slewd, judged by ffmpeg: format, projection, click-to-centre, the "no head" mark.
 #include <httplib.h>
 
 #include <array>
@@ -10,30 +8,21 @@
 #include "render/scene.h"
 #include "world/factory_defaults.h"
 
-namespace {
-
 using render::kLandmarks;
 
 constexpr int kWidth = 640, kHeight = 360;
 
 // Pixels within tol of a colour in the box (default: all): count, centre, first row.
-struct Pixels {
-  int n = 0, top = -1;
-  double x = 0, y = 0;
-};
+struct Pixels { int n = 0, top = -1; double x = 0, y = 0; };
 Pixels Find(const std::string& pic, std::array<int, 3> c, int tol, int x0 = 0, int x1 = kWidth, int y0 = 0,
             int y1 = kHeight) {
   Pixels f;
-  for (int y = y0; y < y1; ++y) {
-    for (int x = x0; x < x1; ++x) {
-      const uint8_t* p = reinterpret_cast<const uint8_t*>(pic.data()) + (size_t(y) * kWidth + x) * 3;
-      if (std::abs(p[0] - c[0]) > tol || std::abs(p[1] - c[1]) > tol || std::abs(p[2] - c[2]) > tol) continue;
-      if (f.n++ == 0) f.top = y;
-      f.x += x + 0.5, f.y += y + 0.5;
-    }
+  for (int y = y0; y < y1; ++y) for (int x = x0; x < x1; ++x) {
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(pic.data()) + (size_t(y) * kWidth + x) * 3;
+    if (std::abs(p[0] - c[0]) > tol || std::abs(p[1] - c[1]) > tol || std::abs(p[2] - c[2]) > tol) continue;
+    f.top = f.n++ == 0 ? y : f.top, f.x += x + 0.5, f.y += y + 0.5;
   }
-  if (f.n > 0) f.x /= f.n, f.y /= f.n;
-  return f;
+  return f.n > 0 ? (f.x /= f.n, f.y /= f.n, f) : f;
 }
 // Centre of the Mast (the first landmark) by its colour; none when fewer than 20 pixels have it.
 std::optional<render::Point> Mast(const std::string& pic) {
@@ -50,26 +39,22 @@ class VideoStream : public SlewdProcess {
     SlewdProcess::SetUp();
     ASSERT_EQ(sim::bus_open((state_ + "/bus.db").c_str()), 0);
     sim::put_factory_defaults();
-    for (const auto& [key, value] : kSettings) sim::bus_put(key, value);
     sim::bus_close();
+    Put({std::begin(kSettings), std::end(kSettings)});
   }
   void TearDown() override {
-    if (video_ > 0) {
-      kill(video_, SIGTERM);
-      int status = 0;
-      waitpid(video_, &status, 0);
-      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    }
+    int status = 0;
+    if (video_ > 0 && kill(video_, SIGTERM) == 0 && waitpid(video_, &status, 0) == video_)
+      { EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status; }
     SlewdProcess::TearDown();
   }
   // Starts slewvideo on free ports and reads the URLs it prints.
   void StartVideo() {
     video_ = fork();
     if (video_ == 0) {
-      if (freopen((state_ + "/video.out").c_str(), "w", stdout) == nullptr) _exit(127);
-      setenv("SLEWD_STATE", state_.c_str(), 1);
-      setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-      execl(SLEWVIDEO_PATH, "slewvideo", "--rtsp", "127.0.0.1:0", "--http", "127.0.0.1:0", (char*)nullptr);
+      setenv("SLEWD_STATE", state_.c_str(), 1), setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+      if (freopen((state_ + "/video.out").c_str(), "w", stdout) != nullptr)
+        execl(SLEWVIDEO_PATH, "slewvideo", "--rtsp", "127.0.0.1:0", "--http", "127.0.0.1:0", (char*)nullptr);
       _exit(127);
     }
     std::string text;
@@ -83,14 +68,7 @@ class VideoStream : public SlewdProcess {
     std::string pic = Output("timeout 60 ffmpeg -v error " + (snapshot ? "-i " + http_ + "/snapshot.jpg" :
                             "-rtsp_transport tcp -i " + rtsp_) + " -frames:v 1 -f rawvideo -pix_fmt rgb24 - 2>/dev/null");
     EXPECT_EQ(pic.size(), size_t(kWidth) * kHeight * 3) << snapshot;
-    pic.resize(size_t(kWidth) * kHeight * 3);
-    return pic;
-  }
-  std::string Snapshot() { return Grab(true); }
-  // Runs a command and waits until the published position is (pan, tilt).
-  void MoveAndAwait(const std::string& command, int pan, int tilt) {
-    ASSERT_EQ(Ctl({"run", command, "--wait"}), 0) << command;
-    Await([&] { return Get("ptz.pan_pos") == std::to_string(pan) && Get("ptz.tilt_pos") == std::to_string(tilt); }, 6);
+    return pic.resize(size_t(kWidth) * kHeight * 3), pic;
   }
   // Waits until the head stands: status 0 and the same published position 300 ms apart.
   void AwaitStill() {
@@ -103,15 +81,12 @@ class VideoStream : public SlewdProcess {
   }
   render::HeadView PublishedView() {
     std::map<std::string, std::string> bus;
-    for (const std::string& key : render::view_keys()) {
-      if (std::string value = Get(key.c_str()); !value.empty()) bus[key] = value;
-    }
+    for (const std::string& key : render::view_keys()) if (std::string value = Get(key.c_str()); !value.empty()) bus[key] = value;
     return render::head_view(bus);
   }
   // The Mast is in pic where the projection puts it, and so is the horizon.
   void ExpectWhereProjected(const std::string& pic, const render::View& view, const char* when) {
-    auto expected = render::project(kLandmarks[0].pan, kLandmarks[0].tilt, view);
-    auto found = Mast(pic);
+    auto expected = render::project(kLandmarks[0].pan, kLandmarks[0].tilt, view), found = Mast(pic);
     ASSERT_TRUE(expected && found) << when;
     EXPECT_NEAR(found->x, expected->x / 10000 * kWidth, 0.02 * kWidth) << when;
     EXPECT_NEAR(found->y, expected->y / 10000 * kHeight, 0.02 * kWidth) << when;
@@ -126,16 +101,13 @@ class VideoStream : public SlewdProcess {
 
 // Bad options: a one-line reason and status 2; --help: the usage and 0.
 TEST(VideoOptions, BadOptionsAreRefused) {
+  int status = 0;
   for (const char* args : {"--size 800x600", "--fps 0", "--fps 31", "--fps 15x", "--rtsp 127.0.0.1", "--http :80",
                            "--rtsp 0.0.0.0:8554", "--bogus", "--fps"}) {
-    int status = 0;
     std::string err = Output(std::string(SLEWVIDEO_PATH " ") + args + " 2>&1 >/dev/null", &status);
-    EXPECT_EQ(status, 2) << args;
-    EXPECT_EQ(err.rfind("slewvideo: ", 0), 0u) << args << ": " << err;
+    EXPECT_TRUE(status == 2 && err.rfind("slewvideo: ", 0) == 0) << args << ": " << status << " " << err;
   }
-  int status = 0;
-  EXPECT_EQ(Output(SLEWVIDEO_PATH " --help", &status).rfind("usage: slewvideo", 0), 0u);
-  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(Output(SLEWVIDEO_PATH " --help", &status).rfind("usage: slewvideo", 0) == 0 && status == 0);
 }
 
 TEST_F(VideoStream, ShowsWhatTheHeadSeesAndOutlivesSlewd) {
@@ -147,12 +119,12 @@ TEST_F(VideoStream, ShowsWhatTheHeadSeesAndOutlivesSlewd) {
                   "stream=codec_name,width,height,r_frame_rate -of compact=p=0 " + rtsp_), "codec_name=h264|width=640|height=360|r_frame_rate=15/1\n");
 
   // Before and after a turn of 40 degrees to the left, the Mast on either side.
-  MoveAndAwait("abs:0,4915,-1", 0, 4915);
-  ExpectWhereProjected(Grab(), PublishedView().view, "at pan 0");
-  int pan = render::pan_steps(40);
-  MoveAndAwait("abs:" + std::to_string(pan) + ",4915,-1", pan, 4915);
-  render::View view = PublishedView().view;
-  ExpectWhereProjected(Grab(), view, "at pan 40");
+  render::View view;
+  for (std::string pan : {std::string("0"), std::to_string(render::pan_steps(40))}) {
+    ASSERT_EQ(Ctl({"run", "abs:" + pan + ",4915,-1", "--wait"}), 0) << pan;
+    Await([&] { return Get("ptz.pan_pos") == pan && Get("ptz.tilt_pos") == "4915"; }, 6);
+    ExpectWhereProjected(Grab(), view = PublishedView().view, pan.c_str());
+  }
 
   // A click on the Mast brings it to the centre, in the stream and the snapshot.
   auto mast = render::project(kLandmarks[0].pan, kLandmarks[0].tilt, view);
@@ -161,7 +133,7 @@ TEST_F(VideoStream, ShowsWhatTheHeadSeesAndOutlivesSlewd) {
   auto jpeg = httplib::Client(http_).Get("/snapshot.jpg");
   ASSERT_TRUE(jpeg && jpeg->status == 200);
   EXPECT_EQ(jpeg->get_header_value("Content-Type"), "image/jpeg");
-  for (const std::string& pic : {Grab(), Snapshot()}) {
+  for (const std::string& pic : {Grab(), Grab(true)}) {
     auto found = Mast(pic);
     ASSERT_TRUE(found);
     EXPECT_NEAR(found->x, kWidth / 2.0, 0.02 * kWidth);
@@ -172,14 +144,11 @@ TEST_F(VideoStream, ShowsWhatTheHeadSeesAndOutlivesSlewd) {
   // slewd gone: the last picture goes on, marked; slewd back: the mark goes.
   Kill(SIGKILL);
   std::string pic;
-  for (int i = 0; i < 20 && NoHeadPixels(pic = Snapshot()) < 500; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  for (int i = 0; i < 20 && NoHeadPixels(pic = Grab(true)) < 500; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(200));
   EXPECT_GT(NoHeadPixels(pic), 500);
-  pic = Grab();
-  EXPECT_GT(NoHeadPixels(pic), 500);
+  EXPECT_GT(NoHeadPixels(pic = Grab()), 500);
   EXPECT_TRUE(Mast(pic));
   StartAndAwaitLoop();
-  for (int i = 0; i < 50 && NoHeadPixels(Snapshot()) > 50; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  for (int i = 0; i < 50 && NoHeadPixels(Grab(true)) > 50; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(200));
   EXPECT_LT(NoHeadPixels(Grab()), 50);
 }
-
-}  // namespace
