@@ -92,7 +92,7 @@ build() {
 # further arguments choose); prints the names of failed tests.
 failed_tests() {
   local build=$1 log=$2; shift 2
-  (cd "$build" && rm -f transcripts/*.txt && ctest -j"$jobs" --timeout 240 "$@" >"$log" 2>&1) || true
+  (cd "$build" && rm -f transcripts/*.txt && ctest -j"$jobs" --timeout 240 --output-on-failure "$@" >"$log" 2>&1) || true
   sed -nE 's/^[[:space:]]*[0-9]+ - ([^ ]+) \((Failed|Timeout|Subprocess.*|SEGFAULT|Exception.*|Not Run)\).*/\1/p' "$log" | sort -u
 }
 
