@@ -6,8 +6,8 @@
 # Not part of the test command: a run takes one build and one suite per fault.
 # The few tests that take over 8 s in the unplanted run (they wait on real
 # time: restarts, streams, browsers) run only for a fault the others miss, so
-# a run fits in an hour; their lone catches are counted, the rest of their
-# catches are not.
+# a run takes about half an hour; their lone catches are counted, the rest of
+# their catches are not.
 #
 #   scripts/mutants.sh [-j JOBS] [-w WORKERS] [-o OUT] [-n IDS] [LIST]
 #   scripts/mutants.sh -r OUT        the report of an earlier run again
@@ -23,7 +23,7 @@ set -Eeuo pipefail
 trap '_failed=$?; echo "$(basename "$0"): line $LINENO: \"$BASH_COMMAND\" exited with status $_failed" >&2' ERR
 root=$(cd "$(dirname "$0")/.." && pwd)
 jobs=6 workers=1 out=/tmp/slewd-mutants only="" report_only=""
-usage() { sed -n '7,8p' "$0" | sed 's/^# *//' >&2; exit 2; }
+usage() { sed -n 's/^#   scripts/scripts/p' "$0" >&2; exit 2; }
 while getopts "j:w:o:n:r:" opt; do
   case $opt in
     j) jobs=$OPTARG ;;
@@ -50,7 +50,7 @@ test_file() {
     scenario.*) echo "tests/scenarios/${name#scenario.}.scn" ;;
     fuzz_replay.*) echo "tests/fuzz/${name#fuzz_replay.}.cpp" ;;
     web.browser) echo tests/web/browser_test.mjs ;;
-    onvif.npm_client) echo tests/onvif/onvif_client_test.js ;;
+    onvif.npm_client) echo tests/onvif/onvif_client_test.mjs ;;
     package.install_and_run) echo tests/package/install_package_test.sh ;;
     store.full_disk) echo tests/store/full_disk_test.sh ;;
     soak.*) echo "slewsim --soak" ;;
@@ -133,8 +133,8 @@ worker() {
   rm -rf "$dir"; mkdir -p "$dir/logs"
   prepare "$dir"
   local clean; clean=$(failed_tests "$dir/build" "$dir/logs/clean.ctest.log")
-  # A test that fails once unplanted and passes again is only noted: its
-  # catches are worth less, and the report says which it is.
+  # A test that fails once unplanted and passes again is only named here:
+  # a catch of its alone is worth less.
   if [ -n "$clean" ]; then
     echo "worker $w: failed unplanted, run again: $clean"
     clean=$(failed_tests "$dir/build" "$dir/logs/clean.again.ctest.log" -R "^($(paste -sd'|' <<<"$clean"))\$")
